@@ -1,0 +1,73 @@
+/* The public interface of the file module: what an embedding product calls. Compiles as C and C++.
+ *
+ * A process calls KvfUserActionInit once (and KvfPassiveObjActionInit where passive objects are in
+ * use), then KvfStartup when a session begins and KvfShutdown when it ends. A session's files are
+ * used by one thread at a time; the module takes no locks. Process-wide and unlocked are the
+ * class-level error text and code, which sessions share and overwrite, and the installed line
+ * reader.
+ *
+ * Host failures are kept in the file's record as a code and a text. Mistakes in the use of the
+ * module are raised through KciRaiseException, which leaves the function that was called. */
+#ifndef KVFILE_H
+#define KVFILE_H
+
+#include "../lrsupreadline.h"
+#include "../oop.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The module is built with hidden symbols; these are the ones that a product may see. */
+#pragma GCC visibility push(default)
+
+/* Declares the 44 file actions, in table order, each attempted even after one failed, and clears
+ * the class-level error. True when every declaration succeeded. */
+BoolType KvfUserActionInit(void);
+
+/* Declares the two actions of passive objects in the same way. */
+BoolType KvfPassiveObjActionInit(void);
+
+/* Begins session `sessionId` with an empty map of files; files left under that id are closed and
+ * freed first. 0 does nothing. */
+void KvfStartup(int sessionId);
+
+/* Closes and frees every file of session `sessionId` and destroys its map. 0, or a session without
+ * a map, does nothing. A standard-output file whose last byte was no newline gets one. */
+void KvfShutdown(int sessionId);
+
+/* Writes `numBytes` bytes at `buffer` to the open file `oFile`, after the last byte that was read.
+ * `sessId` below 1 means the current session. TRUE when all were written, 0 or fewer bytes
+ * included; FALSE for nil, a closed file or a failed write, with the error in the record. Each
+ * write is given the same start of `buffer` and the same length, so a host that writes short
+ * repeats bytes. Raises 4100 (no session or no map) and 2364 (file not registered). May block as a
+ * write does. */
+BoolType KvFileWrite(OopType oFile, const ByteType* buffer, intptr_t numBytes, int sessId);
+
+/* Reads up to `numBytes` bytes into `buffer`: bytes read ahead first, then one read of the host.
+ * Answers the count, 0 at the end of the file (or for a negative `numBytes`), or -1 for nil, a
+ * closed file or a failed read, with the error in the record. Raises as KvFileWrite. May block. */
+intptr_t KvFileRead(OopType oFile, ByteType* buffer, intptr_t numBytes, int sessId);
+
+/* Copies the pending error text of `kvFile`, open or closed, into `buf`, cut to `bufSize` - 1 bytes
+ * and terminated; empty when there is none or the file is not registered. `buf[0]` is set even when
+ * `bufSize` is 0. Text and code stay pending. Raises 4100 (no session or no map). */
+void KvFileFetchErrorString(OopType kvFile, char* buf, size_t bufSize, int kciSessId);
+
+/* Installs `state` as the process's terminal line reader; an earlier one is not shut down. */
+void KvFileSetLineReader(LineReaderStateType* state);
+
+/* Shuts the installed line reader down and forgets it. Does nothing when there is none. */
+void KvFileShutdownLineReader(void);
+
+/* The user actions. Each takes and answers object identifiers; the reference pages tell what. */
+#define KVF_ACTION(name, count, parameters, meaning) OopType name parameters;
+#include "action_table.def"
+
+#pragma GCC visibility pop
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

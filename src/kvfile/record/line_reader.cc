@@ -1,0 +1,3 @@
+#include "line_reader.h"
+
+LineReaderStateType* lineReadState = nullptr;
