@@ -149,7 +149,7 @@ BoolType loadFromObject(OopType oByteObj, int64 amount, OopType oSource, int64 s
 /// Raises: nothing.
 /// Stores: nothing.
 /// Host calls: KciPushErrJump, KciFetchSize_, KciFetchBytes_ per line, KciNewByteObj for the first
-/// line and KciStoreBytesInstanceOf for each later one, KciPopErrJump.
+///   line and KciStoreBytesInstanceOf for each later one, KciPopErrJump.
 /// Blocks: never.
 OopType KvfPassiveObjPrint(OopType oBytes) {
   KciErrJumpSType jump;
@@ -172,13 +172,14 @@ OopType KvfPassiveObjPrint(OopType oBytes) {
 /// then been consumed. Bytes read ahead are dropped first, without repositioning the file.
 ///
 /// Arguments: oFile, an open file. oByteObj, the byte object to store into from index 1 on.
-/// oAmount, an integer, the number of bytes to load at most; 0 or less loads nothing. Answers: an
-/// Integer, the number of bytes stored. nil without an open file, or when the interface failed.
+///   oAmount, an integer, the number of bytes to load at most; 0 or less loads nothing.
+/// Answers: an Integer, the number of bytes stored. nil without an open file, or when the interface
+///   failed.
 /// Raises: 4100, 2364; 2061 with oAmount when it is no 64-bit integer.
-/// Stores: a read error in the file's record; an interface error as {TEXT_KCI_ERROR} with
-/// its number.
+/// Stores: a read error in the file's record; an interface error as {TEXT_KCI_ERROR} with its
+///   number.
 /// Host calls: KciPushErrJump, KciOopToI64_; per character HostReadFile_ of one byte, or gzgetc;
-/// KciStoreBytesInstanceOf per 2048 bytes and for the rest; KciPopErrJump, KciI64ToOop.
+///   KciStoreBytesInstanceOf per 2048 bytes and for the rest; KciPopErrJump, KciI64ToOop.
 /// Blocks: as a read does.
 OopType KvfLoadByteStrings(OopType oFile, OopType oByteObj, OopType oAmount) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
@@ -206,15 +207,16 @@ OopType KvfLoadByteStrings(OopType oFile, OopType oByteObj, OopType oAmount) {
 /// Loads decimal byte text from a byte object into another, in the format of KvfLoadByteStrings.
 ///
 /// Arguments: oByteObj, the byte object to store into from index 1 on. oAmount, an integer, the
-/// number of bytes to load at most; 0 or less loads nothing. oSource, the byte object with the
-/// text. oStartIdx, an integer, the 1-based index in oSource to begin at. Answers: an Integer, the
-/// 1-based index just past the last character examined: from there a caller goes on. The size of
-/// oSource + 1 when it ended in separators, + 2 when it ended inside a value. nil when the
-/// interface failed. Raises: 2061 with oAmount when oStartIdx or oAmount is no 64-bit integer.
+///   number of bytes to load at most; 0 or less loads nothing. oSource, the byte object with the
+///   text. oStartIdx, an integer, the 1-based index in oSource to begin at.
+/// Answers: an Integer, the 1-based index just past the last character examined: from there a
+///   caller goes on. The size of oSource + 1 when it ended in separators, + 2 when it ended inside
+///   a value. nil when the interface failed.
+/// Raises: 2061 with oAmount when oStartIdx or oAmount is no 64-bit integer.
 /// Stores: nothing.
 /// Host calls: KciPushErrJump, KciFetchSize_, KciOopToI64_ twice, KciFetchSize_, KciFetchBytes_ per
-/// 4096 characters, KciStoreBytesInstanceOf per 2048 bytes and for the rest, KciPopErrJump,
-/// KciI64ToOop.
+///   4096 characters, KciStoreBytesInstanceOf per 2048 bytes and for the rest, KciPopErrJump,
+///   KciI64ToOop.
 /// Blocks: never.
 OopType KvfPassiveObjLoadByteStrings(OopType oByteObj, OopType oAmount, OopType oSource,
                                      OopType oStartIdx) {

@@ -28,11 +28,14 @@ OopType takeClassErrorString() {
 /// Takes the class-level error text, or installs one.
 ///
 /// Arguments: oClass, the receiver. errToInstall, nil to take the pending text, or a String or
-/// Symbol to install, of which the first 2047 bytes are kept.
+///   Symbol to install, of which the first 2047 bytes are kept.
 /// Answers: with nil, a new String holding the pending text, or nil when there is none. Else
-/// oClass. Raises: nothing. Stores: with nil, text and code are emptied when there was a text. Else
-/// the text is installed with code 22; an object that is no character object leaves the text as it
-/// was. Host calls: KciNewCharObj, or KciFetchChars_. Blocks: never.
+///   oClass.
+/// Raises: nothing.
+/// Stores: with nil, text and code are emptied when there was a text. Else the text is installed
+///   with code 22; an object that is no character object leaves the text as it was.
+/// Host calls: KciNewCharObj, or KciFetchChars_.
+/// Blocks: never.
 OopType KvfClassError(OopType oClass, OopType errToInstall) {
   if (errToInstall == OOP_NIL) {
     if (classErrorString[0] != '\0') classErrorCode = 0;

@@ -147,15 +147,18 @@ int64 computeFilePosition(int fd, const struct flock64* info, char* errMsg, size
 /// to the process, and is lost when the process closes any descriptor of that file.
 ///
 /// Arguments: oFile, an open file. oKind, the String or Symbol readLock or writeLock. oOffset, a
-/// SmallInteger of 0 or more, bytes from the start. oBytes, a SmallInteger of 0 or more; 0 means
-/// the rest of the file, however far it grows. oMillisecs, a SmallInteger 0 to 2147483647: how long
-/// to wait for it. Answers: true when locked, false when others kept it locked all that time, nil
-/// when the kind could not be fetched. A String for a problem, checked in this order:
-/// {TEXT_NOT_OPEN}, {TEXT_LOCK_STD_FILE}, {TEXT_LOCK_KIND}, {TEXT_OFFSET_CLASS},
-/// {TEXT_OFFSET_RANGE}, {TEXT_BYTES_CLASS}, {TEXT_BYTES_RANGE}, {TEXT_MILLISECS_CLASS},
-/// {TEXT_MILLISECS_RANGE}; or the host's text. Raises: 4100, 2364; 2094 and 2061 for oKind. Stores:
-/// nothing. Host calls: KciFetchObjInfo, HostLockFile, KciNewString for a problem. Blocks: for at
-/// most oMillisecs.
+///   SmallInteger of 0 or more, bytes from the start. oBytes, a SmallInteger of 0 or more; 0 means
+///   the rest of the file, however far it grows. oMillisecs, a SmallInteger 0 to 2147483647: how
+///   long to wait for it.
+/// Answers: true when locked, false when others kept it locked all that time, nil when the kind
+///   could not be fetched. A String for a problem, checked in this order: {TEXT_NOT_OPEN},
+///   {TEXT_LOCK_STD_FILE}, {TEXT_LOCK_KIND}, {TEXT_OFFSET_CLASS}, {TEXT_OFFSET_RANGE},
+///   {TEXT_BYTES_CLASS}, {TEXT_BYTES_RANGE}, {TEXT_MILLISECS_CLASS}, {TEXT_MILLISECS_RANGE}; or the
+///   host's text.
+/// Raises: 4100, 2364; 2094 and 2061 for oKind.
+/// Stores: nothing.
+/// Host calls: KciFetchObjInfo, HostLockFile, KciNewString for a problem.
+/// Blocks: for at most oMillisecs.
 OopType KvfLock(OopType oFile, OopType oKind, OopType oOffset, OopType oBytes, OopType oMillisecs) {
   LockRequest request = {nullptr, 0, 0, 0};
   const char* problem = fetchLockable(oFile, TEXT_LOCK_STD_FILE, &request.record);
@@ -177,8 +180,8 @@ OopType KvfLock(OopType oFile, OopType oKind, OopType oOffset, OopType oBytes, O
 ///
 /// Arguments: oFile, oOffset and oBytes as KvfLock.
 /// Answers: true, or false when the host did not unlock. A String for a problem, in this order:
-/// {TEXT_NOT_OPEN}, {TEXT_UNLOCK_STD_FILE}, {TEXT_OFFSET_CLASS}, {TEXT_OFFSET_RANGE},
-/// {TEXT_BYTES_CLASS}, {TEXT_BYTES_RANGE}; or the host's text.
+///   {TEXT_NOT_OPEN}, {TEXT_UNLOCK_STD_FILE}, {TEXT_OFFSET_CLASS}, {TEXT_OFFSET_RANGE},
+///   {TEXT_BYTES_CLASS}, {TEXT_BYTES_RANGE}; or the host's text.
 /// Raises: 4100, 2364.
 /// Stores: nothing.
 /// Host calls: HostUnlockFile, KciNewString for a problem.
@@ -198,12 +201,14 @@ OopType KvfUnlock(OopType oFile, OopType oOffset, OopType oBytes) {
 ///
 /// Arguments: oFile, oKind, oOffset and oBytes as KvfLock.
 /// Answers: an Array of five: true, nil, -1, -1, -1 when the range is free; else false, the Symbol
-/// readLock or writeLock, the lock's absolute start in bytes, its length in bytes (0: to the end of
-/// the file), and the process id of its holder. nil when the kind could not be fetched. A String
-/// for a problem, in the order of KvfLock, without the time-out; or the host's text. Raises: 4100,
-/// 2364; 2094 and 2061 for oKind. Stores: nothing. Host calls: KciFetchObjInfo, HostLockFileQuery,
-/// KciNewOop, KciStoreOop, KciStoreOops; for a conflict KciNewSymbol, fileno, KciI64ToOop;
-/// KciNewString for a problem. Blocks: never.
+///   readLock or writeLock, the lock's absolute start in bytes, its length in bytes (0: to the end
+///   of the file), and the process id of its holder. nil when the kind could not be fetched. A
+///   String for a problem, in the order of KvfLock, without the time-out; or the host's text.
+/// Raises: 4100, 2364; 2094 and 2061 for oKind.
+/// Stores: nothing.
+/// Host calls: KciFetchObjInfo, HostLockFileQuery, KciNewOop, KciStoreOop, KciStoreOops; for a
+///   conflict KciNewSymbol, fileno, KciI64ToOop; KciNewString for a problem.
+/// Blocks: never.
 OopType KvfLockQuery(OopType oFile, OopType oKind, OopType oOffset, OopType oBytes) {
   LockRequest request = {nullptr, 0, 0, 0};
   const char* problem = fetchLockable(oFile, TEXT_LOCK_STD_FILE, &request.record);

@@ -61,17 +61,19 @@ BoolType openHostFile(const KvfPath& aPath, OopType oPath, const char* mode, Boo
 /// as it is; that of a compressed one is expanded first.
 ///
 /// Arguments: oFile, a KvFile. oPath, a String of at most 4095 bytes. oMode, a String: one of those
-/// that KvfAllValidFileModes lists. oIsCompressed, true for gzip; anything else means plain.
+///   that KvfAllValidFileModes lists. oIsCompressed, true for gzip; anything else means plain.
 /// Answers: SmallInteger 1 when a record was made, 2 when the object's record was reused. nil when
-/// the open failed; nil also for a nil oFile, whose host file then stays open unregistered.
+///   the open failed; nil also for a nil oFile, whose host file then stays open unregistered.
 /// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer path or mode, 2094 for a mode that
-/// is no byte object; 4100 without a session or map; 2208 without memory for the record. Stores: at
-/// class level {TEXT_OPEN_STD_FILE} for "stdin", "stdout" and "stderr" and {TEXT_INVALID_MODE} for
-/// a mode, both beside the code that was there; the host's text and the path, with the host's code,
-/// where the host refuses. Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, KciFetchObjInfo;
-/// HostOpenFile, or HostExpandFileName, gzopen and gzbuffer; HostGetErrMsg after a failure;
-/// KciGetSessionId, KciSupGetKvfileOopMap, KciOopMapEntryFind, and UtlMalloc and KciOopMapEntryAdd
-/// for a new record. Blocks: as opening does, on a FIFO for instance.
+///   is no byte object; 4100 without a session or map; 2208 without memory for the record.
+/// Stores: at class level {TEXT_OPEN_STD_FILE} for "stdin", "stdout" and "stderr" and
+///   {TEXT_INVALID_MODE} for a mode, both beside the code that was there; the host's text and the
+///   path, with the host's code, where the host refuses.
+/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, KciFetchObjInfo; HostOpenFile, or
+///   HostExpandFileName, gzopen and gzbuffer; HostGetErrMsg after a failure; KciGetSessionId,
+///   KciSupGetKvfileOopMap, KciOopMapEntryFind, and UtlMalloc and KciOopMapEntryAdd for a new
+///   record.
+/// Blocks: as opening does, on a FIFO for instance.
 OopType KvfOpen(OopType oFile, OopType oPath, OopType oMode, OopType oIsCompressed) {
   KvfPath aPath;
   if (!fetchPath(oPath, &aPath)) return OOP_NIL;
@@ -95,9 +97,12 @@ OopType KvfOpen(OopType oFile, OopType oPath, OopType oMode, OopType oIsCompress
 /// Lists the mode strings that files can be opened with.
 ///
 /// Arguments: onClientNotUsed, ignored. withCompression, false for plain files, true for
-/// compressed. Answers: a new Array of new Strings, 15 or 14; nil when withCompression is no
-/// Boolean. Raises: nothing. Stores: nothing. Host calls: KciNewString per mode, KciNewOop,
-/// KciAppendOops. Blocks: never.
+///   compressed.
+/// Answers: a new Array of new Strings, 15 or 14; nil when withCompression is no Boolean.
+/// Raises: nothing.
+/// Stores: nothing.
+/// Host calls: KciNewString per mode, KciNewOop, KciAppendOops.
+/// Blocks: never.
 OopType KvfAllValidFileModes(OopType /*onClientNotUsed*/, OopType withCompression) {
   if (withCompression != OOP_TRUE && withCompression != OOP_FALSE) return OOP_NIL;
   const bool gz = withCompression == OOP_TRUE;
@@ -113,13 +118,13 @@ OopType KvfAllValidFileModes(OopType /*onClientNotUsed*/, OopType withCompressio
 /// Binds a file object to a standard file of the process.
 ///
 /// Arguments: oFile, a KvFile. oStdFileId, SmallInteger 0 for standard input (mode "r"), 1 for
-/// standard output, 2 for standard error (both mode "a": seeks are refused).
+///   standard output, 2 for standard error (both mode "a": seeks are refused).
 /// Answers: SmallInteger 1 or 2 as KvfOpen; nil for another id or a nil oFile.
 /// Raises: 4100 without a session or map; 2208 without memory for the record.
 /// Stores: nothing.
 /// Host calls: KciOopToI32_; KciGetSessionId, KciSupGetKvfileOopMap, KciOopMapEntryFind, and
-/// UtlMalloc and KciOopMapEntryAdd for a new record. Blocks: never, but for closing a file that the
-/// object had open.
+///   UtlMalloc and KciOopMapEntryAdd for a new record.
+/// Blocks: never, but for closing a file that the object had open.
 OopType KvfCreateStdFile(OopType oFile, OopType oStdFileId) {
   if (!oopIsSmallInteger(oStdFileId)) return OOP_NIL;
   int conversionFailed = 0;
@@ -142,8 +147,9 @@ OopType KvfCreateStdFile(OopType oFile, OopType oStdFileId) {
 ///
 /// Arguments: oFile, a KvFile.
 /// Answers: oFile, also when it is nil or closed already, and always for a compressed file. nil
-/// when closing failed, and nil when the newline of standard output was written. Raises: 4100,
-/// 2364. Stores: a failed fclose in the record, code and text; a failed gzclose is seen nowhere.
+///   when closing failed, and nil when the newline of standard output was written.
+/// Raises: 4100, 2364.
+/// Stores: a failed fclose in the record, code and text; a failed gzclose is seen nowhere.
 /// Host calls: fclose, gzclose, or fwrite for standard output; HostStrerror after a failure.
 /// Blocks: as closing does.
 OopType KvfClose(OopType oFile) {

@@ -125,16 +125,17 @@ OopType readLine(KvFileDataSType* p, OopType oStr, OopType oStartIdx, const EolS
 /// Reads items of a fixed size into a byte object, from its index 1 on.
 ///
 /// Arguments: oFile, an open file. oBytes, the byte object to fill; it grows where its class
-/// allows. oItemSize, an integer 1 to 4096, bytes. oAmount, an integer, the number of items; 0 or
-/// less reads nothing. Answers: SmallInteger, the count of bytes stored, a part of an item at the
-/// end of the file included; 0 at the end, where less than an item is left (it stays unread); -2
-/// when the read was interrupted before any byte came. nil without an open file and on failure.
+///   allows. oItemSize, an integer 1 to 4096, bytes. oAmount, an integer, the number of items; 0 or
+///   less reads nothing.
+/// Answers: SmallInteger, the count of bytes stored, a part of an item at the end of the file
+///   included; 0 at the end, where less than an item is left (it stays unread); -2 when the read
+///   was interrupted before any byte came. nil without an open file and on failure.
 /// Raises: 4100, 2364; 2061 with oAmount or oItemSize when it is no integer, or oItemSize is out of
-/// range.
+///   range.
 /// Stores: at the end of the file {TEXT_READ_PAST_END}; a failed read, code and text; an interface
-/// error as {TEXT_KCI_ERROR} with its number.
+///   error as {TEXT_KCI_ERROR} with its number.
 /// Host calls: KciOopToI64_ twice; per refill of the buffer lseek and HostReadFile_, or gztell and
-/// gzread; per piece KciStoreBytesInstanceOf and KciErr; KciI64ToOop.
+///   gzread; per piece KciStoreBytesInstanceOf and KciErr; KciI64ToOop.
 /// Blocks: as a read does.
 OopType KvfRead(OopType oFile, OopType oBytes, OopType oItemSize, OopType oAmount) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
@@ -157,9 +158,12 @@ OopType KvfRead(OopType oFile, OopType oBytes, OopType oItemSize, OopType oAmoun
 ///
 /// Arguments: oFile, an open file.
 /// Answers: the Character of that code; SmallInteger -2 when the read was interrupted; nil at the
-/// end of the file, on failure, and without an open file. Raises: 4100, 2364. Stores: a failed
-/// read, code and text; nothing at the end of the file. Host calls: none while the buffer holds
-/// bytes; else lseek and HostReadFile_, or gztell and gzread. Blocks: as a read does.
+///   end of the file, on failure, and without an open file.
+/// Raises: 4100, 2364.
+/// Stores: a failed read, code and text; nothing at the end of the file.
+/// Host calls: none while the buffer holds bytes; else lseek and HostReadFile_, or gztell and
+///   gzread.
+/// Blocks: as a read does.
 OopType KvfGetC(OopType oFile) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
   if (p == nullptr) return OOP_NIL;
@@ -176,9 +180,12 @@ OopType KvfGetC(OopType oFile) {
 ///
 /// Arguments: oFile, an open file.
 /// Answers: true or false. A file that cannot be read any more is at its end; a compressed file
-/// open for writing always is. nil without an open file. Raises: 4100, 2364. Stores: a failed read
-/// or seek, code and text. Host calls: none while the buffer tells; else lseek and HostReadFile_,
-/// gzgetc and gzungetc, or four lseek for a file that is only written. Blocks: as a read does.
+///   open for writing always is. nil without an open file.
+/// Raises: 4100, 2364.
+/// Stores: a failed read or seek, code and text.
+/// Host calls: none while the buffer tells; else lseek and HostReadFile_, gzgetc and gzungetc, or
+///   four lseek for a file that is only written.
+/// Blocks: as a read does.
 OopType KvfAtEnd(OopType oFile) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
   return p == nullptr ? OOP_NIL : p->atEnd();
@@ -189,17 +196,19 @@ OopType KvfAtEnd(OopType oFile) {
 /// stays unread.
 ///
 /// Arguments: oFile, an open file. oStr, a String to store into, or nil for a new one. oStartIdx,
-/// an integer, the 1-based index to store at: 1 to the size of oStr + 1; looked at only once a line
-/// was read. eolOop, an integer 0 to 255, or a String of 1 to 128 bytes. promptOop, nil, or a
-/// String of 1 to 1023 bytes that is shown before a line of standard input is read. Answers: the
-/// String; SmallInteger -2 when the read was interrupted; nil at the end of the file, on failure,
-/// and without an open file. Raises: 4100, 2364; 2061 with eolOop, promptOop or oStartIdx. Stores:
-/// at the end of the file {TEXT_READ_PAST_END}; a failed read, code and text; a failed resize as
-/// {TEXT_KCI_ERROR} with its number. Host calls: KciOopToI32_, or KciIsKindOfClass and
-/// KciFetchBytes_; KciFetchChars_ for a prompt; per refill of the buffer lseek and HostReadFile_,
-/// or gztell and gzread, or for standard input LrSupReadLine or UnixIoFgets_; KciOopToI64_,
-/// KciFetchSize_, KciCreateByteObj for a new String, KciStoreBytesInstanceOf per piece,
-/// KciSetVaryingSize and KciErr where the String was longer. Blocks: as a read does.
+///   an integer, the 1-based index to store at: 1 to the size of oStr + 1; looked at only once a
+///   line was read. eolOop, an integer 0 to 255, or a String of 1 to 128 bytes. promptOop, nil, or
+///   a String of 1 to 1023 bytes that is shown before a line of standard input is read.
+/// Answers: the String; SmallInteger -2 when the read was interrupted; nil at the end of the file,
+///   on failure, and without an open file.
+/// Raises: 4100, 2364; 2061 with eolOop, promptOop or oStartIdx.
+/// Stores: at the end of the file {TEXT_READ_PAST_END}; a failed read, code and text; a failed
+///   resize as {TEXT_KCI_ERROR} with its number.
+/// Host calls: KciOopToI32_, or KciIsKindOfClass and KciFetchBytes_; KciFetchChars_ for a prompt;
+///   per refill of the buffer lseek and HostReadFile_, or gztell and gzread, or for standard input
+///   LrSupReadLine or UnixIoFgets_; KciOopToI64_, KciFetchSize_, KciCreateByteObj for a new String,
+///   KciStoreBytesInstanceOf per piece, KciSetVaryingSize and KciErr where the String was longer.
+/// Blocks: as a read does.
 OopType KvfGetLine(OopType oFile, OopType oStr, OopType oStartIdx, OopType eolOop,
                    OopType promptOop) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);

@@ -47,8 +47,11 @@ OopType KvfGetFileDesc(OopType oFile) {
 ///
 /// Arguments: oFile, a KvFile, open or closed, or nil.
 /// Answers: a new String, or nil when no text is pending. A record keeps a text of its first
-/// failure only: later failures change the code alone. Raises: 4100. Stores: code 0 and an empty
-/// text. Host calls: as KvfIsOpen, and KciNewString or KciNewCharObj. Blocks: never.
+///   failure only: later failures change the code alone.
+/// Raises: 4100.
+/// Stores: code 0 and an empty text.
+/// Host calls: as KvfIsOpen, and KciNewString or KciNewCharObj.
+/// Blocks: never.
 OopType KvfErrorString(OopType oFile) {
   KvFileDataSType* p = fetchKvFileIfKnown(oFile, 0);
   if (p == nullptr) {
@@ -67,7 +70,7 @@ OopType KvfErrorString(OopType oFile) {
 ///
 /// Arguments: oFile, a KvFile, open or closed, or nil.
 /// Answers: a SmallInteger: an errno value or an interface error number, 0 for none. Errors of zlib
-/// have no code here.
+///   have no code here.
 /// Raises: 4100.
 /// Stores: nothing.
 /// Host calls: as KvfIsOpen, and KciI32ToOop.

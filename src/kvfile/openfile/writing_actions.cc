@@ -101,14 +101,17 @@ BoolType fetchByte(OopType oChar, ByteType* byte) {
 /// buffer is full, and at flush and close.
 ///
 /// Arguments: oFile, an open file. oBytes, the byte object to write from its index 1 on. oItemSize
-/// and oAmount, integers: their product, which is not checked for overflow, is the count of bytes;
-/// 0 or less writes nothing. Answers: SmallInteger, the count of bytes written, fewer than asked
-/// for where the host took no more. nil on failure, when the record holds an error already and
-/// nothing was to be written, and without an open file. Raises: 4100, 2364; 2061 with oItemSize or
-/// oAmount when it is no integer; 2284 with oBytes and the count when oBytes is smaller. Stores: a
-/// failed write or repositioning, code and text. Host calls: KciOopToI64_ twice, KciFetchSize_;
-/// lseek where bytes were read ahead; per 4096 bytes KciFetchBytes_ and HostWriteFile_ or gzwrite;
-/// KciI64ToOop. Blocks: as a write does.
+///   and oAmount, integers: their product, which is not checked for overflow, is the count of
+///   bytes; 0 or less writes nothing.
+/// Answers: SmallInteger, the count of bytes written, fewer than asked for where the host took no
+///   more. nil on failure, when the record holds an error already and nothing was to be written,
+///   and without an open file.
+/// Raises: 4100, 2364; 2061 with oItemSize or oAmount when it is no integer; 2284 with oBytes and
+///   the count when oBytes is smaller.
+/// Stores: a failed write or repositioning, code and text.
+/// Host calls: KciOopToI64_ twice, KciFetchSize_; lseek where bytes were read ahead; per 4096 bytes
+///   KciFetchBytes_ and HostWriteFile_ or gzwrite; KciI64ToOop.
+/// Blocks: as a write does.
 OopType KvfWrite(OopType oFile, OopType oBytes, OopType oItemSize, OopType oAmount) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
   if (p == nullptr) return OOP_NIL;
@@ -137,11 +140,13 @@ OopType KvfWrite(OopType oFile, OopType oBytes, OopType oItemSize, OopType oAmou
 ///
 /// Arguments: oFile, an open file. oChar, a Character or SmallInteger of code 0 to 255.
 /// Answers: true, also when the write failed: only the record's error tells of a failed
-/// repositioning, and nothing of a failed write. nil without an open file.
+///   repositioning, and nothing of a failed write. nil without an open file.
 /// Raises: 4100, 2364; 2061 with oChar above 255 or below 0; 2242 with oChar and the classes
-/// Character and SmallInteger when it is neither. Stores: a failed repositioning, code and text.
+///   Character and SmallInteger when it is neither.
+/// Stores: a failed repositioning, code and text.
 /// Host calls: KciOopToI32_ for a SmallInteger; lseek where bytes were read ahead; HostWriteFile_
-/// of one byte, or gzputc. Blocks: as a write does.
+///   of one byte, or gzputc.
+/// Blocks: as a write does.
 OopType KvfPutC(OopType oFile, OopType oChar) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
   if (p == nullptr) return OOP_NIL;
@@ -157,9 +162,12 @@ OopType KvfPutC(OopType oFile, OopType oChar) {
 ///
 /// Arguments: oFile, an open file. oBytes, a byte object.
 /// Answers: oFile, also when a write failed; nil when the interface failed, and without an open
-/// file. Raises: 4100, 2364. Stores: an interface error as {TEXT_KCI_ERROR} with its number;
-/// nothing of a failed write. Host calls: KciPushErrJump, KciFetchSize_, KciFetchBytes_ per 1024
-/// bytes, HostWriteFile_ or gzputs per number, KciPopErrJump. Blocks: as a write does.
+///   file.
+/// Raises: 4100, 2364.
+/// Stores: an interface error as {TEXT_KCI_ERROR} with its number; nothing of a failed write.
+/// Host calls: KciPushErrJump, KciFetchSize_, KciFetchBytes_ per 1024 bytes, HostWriteFile_ or
+///   gzputs per number, KciPopErrJump.
+/// Blocks: as a write does.
 OopType KvfPrintBytes(OopType oFile, OopType oBytes) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
   if (p == nullptr) return OOP_NIL;
@@ -179,13 +187,15 @@ OopType KvfPrintBytes(OopType oFile, OopType oBytes) {
 /// of the host.
 ///
 /// Arguments: oFile, an open file. oPosition, an integer, bytes. oKind, an integer: 0 from the
-/// start; 1 from the current position after a read, and from the start after anything else; 2 from
-/// the end, which compressed files do not know. Answers: SmallInteger, the new position in bytes
-/// from the start; nil on failure, and without an open file. Raises: 4100, 2364; 2061 with
-/// oPosition or oKind. Stores: a failed seek, code and text; on a file in append mode, which moves
-/// to its very end only, code 9 and {TEXT_APPEND_SEEK}. Host calls: KciOopToI64_ twice; none, or
-/// lseek, or gzseek and gztell; KciI64ToOop. Blocks: a compressed file, which is read or written up
-/// to the new position.
+///   start; 1 from the current position after a read, and from the start after anything else; 2
+///   from the end, which compressed files do not know.
+/// Answers: SmallInteger, the new position in bytes from the start; nil on failure, and without an
+///   open file.
+/// Raises: 4100, 2364; 2061 with oPosition or oKind.
+/// Stores: a failed seek, code and text; on a file in append mode, which moves to its very end
+///   only, code 9 and {TEXT_APPEND_SEEK}.
+/// Host calls: KciOopToI64_ twice; none, or lseek, or gzseek and gztell; KciI64ToOop.
+/// Blocks: a compressed file, which is read or written up to the new position.
 OopType KvfSeek(OopType oFile, OopType oPosition, OopType oKind) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
   if (p == nullptr) return OOP_NIL;

@@ -37,14 +37,16 @@ OopType KvfDirectoryContents(const KvfPath* aPath, BoolType forRuby, BoolType ut
 /// Lists a directory. The path is not expanded; "." and ".." are left to the host, the order too.
 ///
 /// Arguments: oClass, the receiver. oDirSpec, a String of at most 4095 bytes. utfResultsBool, true
-/// to get names with bytes above 127 as UTF-8 strings; else all are Strings of the names' raw
-/// bytes. Answers: a new Array of new strings, each the directory, the host's separator and the
-/// name; empty for an empty directory. nil when the directory could not be walked to its end.
+///   to get names with bytes above 127 as UTF-8 strings; else all are Strings of the names' raw
+///   bytes.
+/// Answers: a new Array of new strings, each the directory, the host's separator and the name;
+///   empty for an empty directory. nil when the directory could not be walked to its end.
 /// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
 /// Stores: at class level {TEXT_DIRECTORY_STD_FILE} for the name of a standard file, beside the
-/// code that was there; nothing when the walk failed. Host calls: KciIsKindOfClass,
-/// KciFetchUtf8Bytes_, KciNewOop, HostDirectory; per entry KciNewString, or KciAll7Bit and
-/// KciNewByteObj, and KciAppendOops. Blocks: as the file system does.
+///   code that was there; nothing when the walk failed.
+/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, KciNewOop, HostDirectory; per entry
+///   KciNewString, or KciAll7Bit and KciNewByteObj, and KciAppendOops.
+/// Blocks: as the file system does.
 OopType KvfDirectory(OopType /*oClass*/, OopType oDirSpec, OopType utfResultsBool) {
   KvfPath aPath;
   if (!fetchPath(oDirSpec, &aPath)) return OOP_NIL;

@@ -8,12 +8,15 @@
 /// Reads an environment variable, or expands the references in a file name.
 ///
 /// Arguments: oClass, the receiver. varName, a String of at most 4095 bytes. opcodeOop,
-/// SmallInteger 0 to read the variable of that name, 1 to expand the name. Answers: a new String,
-/// or a new UTF-8 string where a byte is above 127. Expansion answers what the host made of the
-/// name, an empty String where it made nothing. nil for a variable that does not exist and for
-/// another opcode. Raises: 2718 for an empty or UTF-16 name, 2061 for a longer one. Stores:
-/// nothing. Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, HostGetEnv or HostExpandFileName,
-/// KciAll7Bit, KciNewByteObj. Blocks: never.
+///   SmallInteger 0 to read the variable of that name, 1 to expand the name.
+/// Answers: a new String, or a new UTF-8 string where a byte is above 127. Expansion answers what
+///   the host made of the name, an empty String where it made nothing. nil for a variable that does
+///   not exist and for another opcode.
+/// Raises: 2718 for an empty or UTF-16 name, 2061 for a longer one.
+/// Stores: nothing.
+/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, HostGetEnv or HostExpandFileName, KciAll7Bit,
+///   KciNewByteObj.
+/// Blocks: never.
 OopType KvfExpandEnvVar(OopType /*oClass*/, OopType varName, OopType opcodeOop) {
   KvfPath name;
   if (!fetchPath(varName, &name)) return OOP_NIL;
@@ -36,9 +39,12 @@ OopType KvfExpandEnvVar(OopType /*oClass*/, OopType varName, OopType opcodeOop) 
 /// Sets an environment variable of the process, or removes it.
 ///
 /// Arguments: oClass, the receiver. varName, a String of at most 4095 bytes. valOop, a String of 1
-/// to 4095 bytes, or nil to remove the variable. Answers: true, or nil on failure. Raises: 2718 for
-/// an empty or UTF-16 name or value, 2061 for a longer one. Stores: nothing. Host calls:
-/// KciIsKindOfClass and KciFetchUtf8Bytes_ per argument, HostSetEnv. Blocks: never.
+///   to 4095 bytes, or nil to remove the variable.
+/// Answers: true, or nil on failure.
+/// Raises: 2718 for an empty or UTF-16 name or value, 2061 for a longer one.
+/// Stores: nothing.
+/// Host calls: KciIsKindOfClass and KciFetchUtf8Bytes_ per argument, HostSetEnv.
+/// Blocks: never.
 OopType KvfSetEnvVar(OopType /*oClass*/, OopType varName, OopType valOop) {
   KvfPath name;
   if (!fetchPath(varName, &name)) return OOP_NIL;

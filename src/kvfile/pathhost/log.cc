@@ -46,8 +46,9 @@ Logged logChunks(OopType oString, OopType* utf8String, KciLoggerType log) {
 /// Raises: 2094 with oString and class String for an object that has bytes but no text.
 /// Stores: nothing. The logger stays flushing where nothing was logged, else as it was.
 /// Host calls: KciGetLoggerFlush, KciSetLoggerFlush, KciGetLogger; per piece KciFetchUtf8Bytes_ and
-/// the logger; KciReleaseOops for a converted string, KciSetLoggerFlush; KciFetchSize_ where
-/// nothing was logged. Blocks: as writing the log does.
+///   the logger; KciReleaseOops for a converted string, KciSetLoggerFlush; KciFetchSize_ where
+///   nothing was logged.
+/// Blocks: as writing the log does.
 OopType KvfKciLog(OopType oClass, OopType oString) {
   const int savedFlush = KciGetLoggerFlush();
   KciSetLoggerFlush(1);

@@ -83,9 +83,10 @@ BoolType fetchModTime(const KvfPath& aPath, int64* time) {
 /// Answers: oClass, or nil on failure.
 /// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
 /// Stores: at class level {TEXT_REMOVE_STD_FILE} for the name of a standard file, beside the code
-/// that was there; the host's code, and its text with the path. Host calls: KciIsKindOfClass,
-/// KciFetchUtf8Bytes_, HostRemoveSingleFile; HostGetErrMsg after a failure. Blocks: as the file
-/// system does.
+///   that was there; the host's code, and its text with the path.
+/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, HostRemoveSingleFile; HostGetErrMsg after a
+///   failure.
+/// Blocks: as the file system does.
 OopType KvfUnlink(OopType oClass, OopType oPath) {
   KvfPath aPath;
   if (!fetchPath(oPath, &aPath)) return OOP_NIL;
@@ -103,7 +104,7 @@ OopType KvfUnlink(OopType oClass, OopType oPath) {
 /// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
 /// Stores: at class level the host's code, and its text with the path.
 /// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, HostRemoveDirectory; HostGetErrMsg after a
-/// failure.
+///   failure.
 /// Blocks: as the file system does.
 OopType KvfRmdir(OopType oClass, OopType oPath) {
   KvfPath aPath;
@@ -117,11 +118,13 @@ OopType KvfRmdir(OopType oClass, OopType oPath) {
 /// Creates a directory. The path is not expanded.
 ///
 /// Arguments: oClass, the receiver. oPath, a String of at most 4095 bytes. oMode, the permission
-/// bits as an integer of 32 bits, or nil for the host's default. Answers: oClass, or nil on
-/// failure. Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one. Stores: at class level
-/// code 22 and {TEXT_MKDIR_MODE} for another mode; the host's code, and its text with the path.
+///   bits as an integer of 32 bits, or nil for the host's default.
+/// Answers: oClass, or nil on failure.
+/// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
+/// Stores: at class level code 22 and {TEXT_MKDIR_MODE} for another mode; the host's code, and its
+///   text with the path.
 /// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, KciOopToI32_ for a mode, HostCreateDirectory;
-/// HostGetErrMsg after a failure.
+///   HostGetErrMsg after a failure.
 /// Blocks: as the file system does.
 OopType KvfMkdir(OopType oClass, OopType oPath, OopType oMode) {
   KvfPath aPath;
@@ -145,11 +148,12 @@ OopType KvfMkdir(OopType oClass, OopType oPath, OopType oMode) {
 ///
 /// Arguments: oClass, the receiver. oPath, a String of at most 4095 bytes.
 /// Answers: true; false for anything else that exists, a symbolic link included; nil on failure, a
-/// missing file included.
+///   missing file included.
 /// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
 /// Stores: at class level the host's code, and its text with the path before expansion.
 /// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, HostExpandFileName, HostFileType;
-/// HostGetErrMsg after a failure. Blocks: as the file system does.
+///   HostGetErrMsg after a failure.
+/// Blocks: as the file system does.
 OopType KvfIsDir(OopType /*oClass*/, OopType oPath) {
   KvfPath aPath;
   if (!fetchPath(oPath, &aPath)) return OOP_NIL;
@@ -161,11 +165,12 @@ OopType KvfIsDir(OopType /*oClass*/, OopType oPath) {
 ///
 /// Arguments: oClass, the receiver. oPath, a String of at most 4095 bytes.
 /// Answers: SmallInteger: 0 file, 1 directory, 2 character device, 3 block device, 4 symbolic link,
-/// 5 other, 7 FIFO; 8 for "stdin", "stdout" and "stderr", or 9 where the first two are a terminal.
-/// nil on failure, a missing file included. Raises: 2718 for an empty or UTF-16 path, 2061 for a
-/// longer one. Stores: at class level the host's code, and its text with the path before expansion.
+///   5 other, 7 FIFO; 8 for "stdin", "stdout" and "stderr", or 9 where the first two are a
+///   terminal. nil on failure, a missing file included.
+/// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
+/// Stores: at class level the host's code, and its text with the path before expansion.
 /// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_; isatty for "stdin" and "stdout"; else
-/// HostExpandFileName and HostFileType, and HostGetErrMsg after a failure.
+///   HostExpandFileName and HostFileType, and HostGetErrMsg after a failure.
 /// Blocks: as the file system does.
 OopType KvfFileKind(OopType /*oClass*/, OopType oPath) {
   KvfPath aPath;
@@ -179,12 +184,14 @@ OopType KvfFileKind(OopType /*oClass*/, OopType oPath) {
 ///
 /// Arguments: oClass, the receiver. oPath, a String of at most 4095 bytes, or nil.
 /// Answers: an Integer, bytes; SmallInteger -1 for a file that does not exist; nil for nil and on
-/// failure.
+///   failure.
 /// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
 /// Stores: at class level {TEXT_SIZE_STD_FILE} for the name of a standard file, beside the code
-/// that was there; the host's code, and its text with the path, where the file exists and the host
-/// gives a code. Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, HostFileExistSize, KciI64ToOop;
-/// HostGetErrMsg after a failure. Blocks: as the file system does.
+///   that was there; the host's code, and its text with the path, where the file exists and the
+///   host gives a code.
+/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, HostFileExistSize, KciI64ToOop; HostGetErrMsg
+///   after a failure.
+/// Blocks: as the file system does.
 OopType KvfSize(OopType /*oClass*/, OopType oPath) {
   if (oPath == OOP_NIL) return OOP_NIL;
   KvfPath aPath;
@@ -207,9 +214,10 @@ OopType KvfSize(OopType /*oClass*/, OopType oPath) {
 /// Answers: a new DateTime, or nil on failure.
 /// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
 /// Stores: at class level {TEXT_TIME_STD_FILE} for the name of a standard file, and the host's
-/// text, each beside the code that was there; an interface error as {TEXT_KCI_ERROR} with its
-/// number. Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, HostExpandFileName, UtlGetFileModTime,
-/// KciCTimeToDateTime, KciErr, KciNewDateTime, KciErr; SysErrorFinishMsg after a failure.
+///   text, each beside the code that was there; an interface error as {TEXT_KCI_ERROR} with its
+///   number.
+/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, HostExpandFileName, UtlGetFileModTime,
+///   KciCTimeToDateTime, KciErr, KciNewDateTime, KciErr; SysErrorFinishMsg after a failure.
 /// Blocks: as the file system does.
 OopType KvfModTime(OopType /*oClass*/, OopType oPath) {
   KvfPath aPath;
@@ -228,9 +236,11 @@ OopType KvfModTime(OopType /*oClass*/, OopType oPath) {
 ///
 /// Arguments: oClass, the receiver. oOldFile and oNewFile, Strings of at most 4095 bytes.
 /// Answers: SmallInteger 0, or the errno value of the failure. nil where a path could not be
-/// fetched. Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one. Stores: nothing. Host
-/// calls: KciIsKindOfClass and KciFetchUtf8Bytes_ per path, rename, KciI32ToOop. Blocks: as the
-/// file system does.
+///   fetched.
+/// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
+/// Stores: nothing.
+/// Host calls: KciIsKindOfClass and KciFetchUtf8Bytes_ per path, rename, KciI32ToOop.
+/// Blocks: as the file system does.
 OopType KvfRename(OopType /*oClass*/, OopType oOldFile, OopType oNewFile) {
   KvfPath oldPath;
   KvfPath newPath;

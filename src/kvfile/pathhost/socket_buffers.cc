@@ -50,11 +50,13 @@ OopType KvfKciGetSocketBufSize(OopType /*oClass*/, OopType oBufKind) {
 /// Sets the size of a socket buffer of the interface.
 ///
 /// Arguments: oClass, the receiver. oBufKind, a String of at most 31 bytes, the option's name.
-/// oNewSize, a SmallInteger, bytes: an even number from 2 to 2147483646.
+///   oNewSize, a SmallInteger, bytes: an even number from 2 to 2147483646.
 /// Answers: true; a String for a problem, checked in this order: {TEXT_SIZE_CLASS},
-/// {TEXT_SIZE_ODD}, {TEXT_SIZE_RANGE}, {TEXT_OPTION_NAME}, or the host's text. Raises: 2094 and
-/// 2061 for oBufKind. Stores: nothing. Host calls: KciFetchObjInfo, KciSupSetKciSocketBufSize,
-/// KciNewString for a problem. Blocks: never.
+///   {TEXT_SIZE_ODD}, {TEXT_SIZE_RANGE}, {TEXT_OPTION_NAME}, or the host's text.
+/// Raises: 2094 and 2061 for oBufKind.
+/// Stores: nothing.
+/// Host calls: KciFetchObjInfo, KciSupSetKciSocketBufSize, KciNewString for a problem.
+/// Blocks: never.
 OopType KvfKciSetSocketBufSize(OopType /*oClass*/, OopType oBufKind, OopType oNewSize) {
   const char* problem = sizeProblem(oNewSize);
   if (problem != nullptr) return KciNewString(problem);

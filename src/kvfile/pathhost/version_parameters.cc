@@ -10,13 +10,14 @@
 /// Asks a version parameter of the build or of the machine.
 ///
 /// Arguments: oClass, the receiver. oParamId, a SmallInteger: 0 CPU kind, 1 CPU architecture, 2
-/// build architecture, 3 build date, 4 image kind, 5 release, 6 version, 7 node name, 8 name, 9
-/// release and 10 version of the operating system, 11 process id, 12 processor count, 13 build
-/// serial number, 14 build type. Other ids are the host's to refuse. Answers: a SmallInteger or a
-/// new String, as the host has it; nil when the host knows no such id. Raises: 2094 with oParamId
-/// and class SmallInteger; 2061 with oParamId beyond 32 bits. Stores: at class level
-/// {TEXT_VERSION_FAILED}, beside the code that was there. Host calls: KciOopToI32_,
-/// VerGetVersionParam, KciNewString or KciI32ToOop. Blocks: never.
+///   build architecture, 3 build date, 4 image kind, 5 release, 6 version, 7 node name, 8 name, 9
+///   release and 10 version of the operating system, 11 process id, 12 processor count, 13 build
+///   serial number, 14 build type. Other ids are the host's to refuse.
+/// Answers: a SmallInteger or a new String, as the host has it; nil when the host knows no such id.
+/// Raises: 2094 with oParamId and class SmallInteger; 2061 with oParamId beyond 32 bits.
+/// Stores: at class level {TEXT_VERSION_FAILED}, beside the code that was there.
+/// Host calls: KciOopToI32_, VerGetVersionParam, KciNewString or KciI32ToOop.
+/// Blocks: never.
 OopType KvfVersionParam(OopType /*oClass*/, OopType oParamId) {
   if (!oopIsSmallInteger(oParamId)) {
     raiseError(KVF_ERR_ARGUMENT_CLASS, oParamId, OOP_CLASS_SMALL_INTEGER);

@@ -12,7 +12,7 @@ namespace kvf {
 // Bit i is set where p[i] is the byte in every lane of `wanted`, for 64 bytes.
 static inline uint64_t matches64(const ByteType* p, __m128i wanted) {
   uint64_t mask = 0;
-  for (unsigned lane = 0; lane < 4; ++lane) {
+  for (size_t lane = 0; lane < 4; ++lane) {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * lane));
     const auto bits = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, wanted)));
     mask |= static_cast<uint64_t>(bits) << (16 * lane);

@@ -3,6 +3,7 @@
 
 #include "oop.h"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace kvf {

@@ -136,8 +136,8 @@ static BoolType walkCurrentSession(KciOopMapCallbackType callback, int64* arg1) 
 /// Raises: 4100 without a session.
 /// Stores: a failed close in the record of its file.
 /// Host calls: KciGetSessionId, KciSupGetKvfileOopMap, KciOopMapForeach; per file fclose or
-/// gzclose, and fwrite of a newline for standard output that ends within a line. Blocks: as closing
-/// does.
+///   gzclose, and fwrite of a newline for standard output that ends within a line.
+/// Blocks: as closing does.
 OopType KvfCloseAll(OopType oClass) {
   int64 unused = 0;
   return walkCurrentSession(closeCallback, &unused) ? oClass : OOP_NIL;
@@ -171,10 +171,12 @@ static bool finalizeBatch(const OopType* ids, int count) {
 ///
 /// Arguments: deadIdsArr, an Array of integers, each the identifier of a dead file object.
 /// Answers: true when every one was released; false when an element is no integer, is the
-/// identifier of nil, or names a file object that has no record. Raises: 4100 without a session or
-/// map; 2364 for an object that is not registered. Stores: nothing. Host calls: per 500 elements
-/// KciFetchOops; per element KciOopToI64_, KciOopMapEntryFind, fclose or gzclose, UtlFree,
-/// KciOopMapEntryDelete. Blocks: as closing does.
+///   identifier of nil, or names a file object that has no record.
+/// Raises: 4100 without a session or map; 2364 for an object that is not registered.
+/// Stores: nothing.
+/// Host calls: per 500 elements KciFetchOops; per element KciOopToI64_, KciOopMapEntryFind, fclose
+///   or gzclose, UtlFree, KciOopMapEntryDelete.
+/// Blocks: as closing does.
 OopType KvfClientFinalize(OopType deadIdsArr) {
   constexpr int batch_size = 500;
   OopType ids[batch_size];

@@ -1,0 +1,43 @@
+# The module with a seam: kvf_seamed_module(target source) makes the static library `target` from the
+# finished static library `source` by redirecting its calls of every function X that the seam knows
+# to the wrapper seam_X. Only the module's own calls are redirected, and its sources and objects stay
+# as they are. What links `target` also gets the path of its archive as the definition
+# <TARGET>_ARCHIVE, in capitals.
+
+# Writes what is redirected, from the seam's table.
+function(kvf_write_redirections table output)
+  file(STRINGS ${table} rows REGEX "^SEAM_(CALL|CALL_AS|CALL_VIA|VARIADIC)\\(")
+  set(lines "")
+  foreach(row IN LISTS rows)
+    string(REGEX REPLACE "^[A-Z_]+\\(([A-Za-z0-9_]+),.*" "\\1" symbol "${row}")
+    string(APPEND lines "${symbol} seam_${symbol}\n")
+  endforeach()
+  file(CONFIGURE OUTPUT ${output} CONTENT "${lines}" @ONLY)
+endfunction()
+
+set(KVF_SEAM_DIR ${CMAKE_CURRENT_LIST_DIR}/../standalone/seam)
+set(KVF_SEAM_TABLE ${KVF_SEAM_DIR}/functions.def)
+set(KVF_SEAM_REDIRECTIONS ${PROJECT_BINARY_DIR}/seam_redirections.txt)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${KVF_SEAM_TABLE})
+kvf_write_redirections(${KVF_SEAM_TABLE} ${KVF_SEAM_REDIRECTIONS})
+
+function(kvf_seamed_module target source)
+  set(archive ${PROJECT_BINARY_DIR}/lib/lib${target}.a)
+  add_custom_command(
+    OUTPUT ${archive}
+    COMMAND ${CMAKE_OBJCOPY} --redefine-syms=${KVF_SEAM_REDIRECTIONS} $<TARGET_FILE:${source}>
+            ${archive}
+    DEPENDS ${source} ${KVF_SEAM_REDIRECTIONS}
+    COMMENT "Redirecting the calls of ${source} to the seam"
+    VERBATIM)
+  add_custom_target(${target}_archive ALL DEPENDS ${archive})
+
+  string(TOUPPER ${target} prefix)
+  add_library(${target} STATIC IMPORTED GLOBAL)
+  add_dependencies(${target} ${target}_archive)
+  set_target_properties(${target} PROPERTIES IMPORTED_LOCATION ${archive} SYSTEM OFF)
+  target_include_directories(${target}
+    INTERFACE $<TARGET_PROPERTY:${source},INTERFACE_INCLUDE_DIRECTORIES>)
+  target_compile_definitions(${target} INTERFACE ${prefix}_ARCHIVE="${archive}")
+  target_link_libraries(${target} INTERFACE kvfile_seam ZLIB::ZLIB)
+endfunction()

@@ -1,0 +1,47 @@
+#include "environment.h"
+
+#include "host.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+
+namespace {
+
+// Never destroyed, since a thread may still ask while the process ends.
+std::mutex& environmentMutex() {
+  static auto* const mutex = new std::mutex;
+  return *mutex;
+}
+
+}  // namespace
+
+namespace kvhost {
+
+std::optional<std::string> environmentValue(const std::string& name) {
+  const std::lock_guard<std::mutex> guard(environmentMutex());
+  const char* value = std::getenv(name.c_str());
+  if (value == nullptr) return std::nullopt;
+  return value;
+}
+
+}  // namespace kvhost
+
+extern "C" {
+
+// A value that does not fit is cut to `outSize` - 1 bytes. No variable has an empty name or one
+// that holds "=".
+BoolType HostGetEnv(const char* name, char* out, size_t outSize) {
+  const std::optional<std::string> value = kvhost::environmentValue(name);
+  if (!value.has_value()) return FALSE;
+  std::snprintf(out, outSize, "%s", value->c_str());
+  return TRUE;
+}
+
+BoolType HostSetEnv(const char* name, const char* value) {
+  const std::lock_guard<std::mutex> guard(environmentMutex());
+  const int status = value == nullptr ? unsetenv(name) : setenv(name, value, 1);
+  return status == 0 ? TRUE : FALSE;
+}
+
+}  // extern "C"

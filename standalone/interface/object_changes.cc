@@ -1,0 +1,73 @@
+// Stores into objects, and changes of their size.
+#include "interface/error_state.h"
+#include "interface/object_access.h"
+#include "memory/contents.h"
+
+#include <algorithm>
+
+using kvhost::interface::fail;
+using kvhost::memory::Slot;
+
+namespace {
+
+bool isIndexRange(OopType obj, int64 startIndex, int64 count) {
+  if (startIndex >= 1 && count >= 0) return true;
+  fail(kvhost::interface::ERROR_OUT_OF_RANGE, obj);
+  return false;
+}
+
+void storeElements(OopType obj, Slot& slot, int64 offset, const OopType* values, int64 count) {
+  if (count == 0 || !kvhost::interface::makeRoom(obj, slot, offset, count)) return;
+  std::copy_n(values, count, elementsIn(slot) + offset);
+}
+
+}  // namespace
+
+extern "C" {
+
+void KciStoreBytesInstanceOf(OopType cls, OopType obj, int64 startIndex, const ByteType* bytes,
+                             int64 count) {
+  Slot* slot = kvhost::interface::byteObject(obj);
+  if (slot == nullptr) return;
+  if (cls != OOP_NIL && !kvhost::interface::isKindOf(obj, cls)) {
+    fail(kvhost::interface::ERROR_WRONG_CLASS, obj, cls);
+    return;
+  }
+  if (!kvhost::interface::mayChange(obj, *slot) || !isIndexRange(obj, startIndex, count)) return;
+  if (count == 0 || !kvhost::interface::makeRoom(obj, *slot, startIndex - 1, count)) return;
+  kvhost::memory::copyBytes(contentsOf(*slot) + startIndex - 1, bytes, static_cast<size_t>(count));
+}
+
+void KciStoreOop(OopType obj, int64 index, OopType value) { KciStoreOops(obj, index, &value, 1); }
+
+void KciStoreOops(OopType obj, int64 startIndex, const OopType* values, int count) {
+  Slot* slot = kvhost::interface::pointerObject(obj);
+  if (slot == nullptr || !kvhost::interface::mayChange(obj, *slot)) return;
+  if (isIndexRange(obj, startIndex, count)) {
+    storeElements(obj, *slot, startIndex - 1, values, count);
+  }
+}
+
+void KciAppendOops(OopType array, int64 count, const OopType* values) {
+  Slot* slot = kvhost::interface::pointerObject(array);
+  if (slot == nullptr || !kvhost::interface::mayChange(array, *slot)) return;
+  if (isIndexRange(array, 1, count)) storeElements(array, *slot, slot->size, values, count);
+}
+
+void KciSetVaryingSize(OopType obj, int64 size) {
+  Slot* slot = kvhost::memory::findSlot(obj);
+  if (slot == nullptr) {
+    fail(kvhost::interface::carriesItsValue(obj) ? kvhost::interface::ERROR_SIZE_FIXED
+                                                 : kvhost::interface::ERROR_NO_SUCH_OBJECT,
+         obj);
+    return;
+  }
+  if (!kvhost::interface::mayChange(obj, *slot) || !isIndexRange(obj, 1, size)) return;
+  if (!kvhost::memory::classOfNumber(slot->classNumber).sizeVaries) {
+    fail(kvhost::interface::ERROR_SIZE_FIXED, obj);
+  } else if (!kvhost::memory::resize(*slot, size, kvhost::memory::Growth::Exact)) {
+    fail(kvhost::interface::ERROR_NO_MEMORY, obj);
+  }
+}
+
+}  // extern "C"

@@ -1,0 +1,48 @@
+// The classes of the standalone host. They are fixed: no class is made at run time, so that asking
+// for one takes no lock.
+#pragma once
+
+#include "kvhost.h"
+#include "memory/slot.h"
+#include "oop.h"
+
+#include <span>
+#include <string_view>
+
+namespace kvhost::memory {
+
+enum class Format : uint8_t { Bytes, Pointers };
+
+// Who may make instances of a class.
+enum class Making : uint8_t {
+  Anyone,    // KciNewOop and the byte object functions
+  Specially  // only the function that knows what its instances hold
+};
+
+struct ClassInfo {
+  OopType id;
+  std::string_view name;
+  OopType superclass;  // nil above Object
+  Format format;
+  Making making;
+  bool sizeVaries;
+  bool characters;    // instances hold text
+  int64_t fixedSize;  // of instances whose size does not vary
+};
+
+// All classes, superclasses first.
+std::span<const ClassInfo> allClasses();
+
+// The class with this identifier, or null.
+const ClassInfo* findClass(OopType id);
+
+// The class whose slot number is `number`; it must be one.
+const ClassInfo& classOfNumber(uint32_t number);
+
+// True when `cls` is `ancestor` or inherits from it.
+bool inheritsFrom(const ClassInfo& cls, OopType ancestor);
+
+// The slot of a class object or of the error category; null when `number` is none of them.
+Slot* fixedSlot(uint64_t number);
+
+}  // namespace kvhost::memory

@@ -1,0 +1,37 @@
+// Mark and sweep over the objects of one thread, in separate steps, so that the caller can deal
+// with dead objects before they are freed.
+#pragma once
+
+#include "memory/object_memory.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace kvhost::memory {
+
+class Collector {
+ public:
+  explicit Collector(ObjectMemory& memory) : memory_(memory) {}
+
+  // Marks everything that the roots and the permanent objects refer to.
+  void markFromRoots();
+
+  // Marks `oop` with all that it refers to.
+  void mark(OopType oop);
+
+  // True for an object of this memory that is live and was not marked.
+  bool isDead(OopType oop) const;
+
+  // Frees the dead objects, and chunks that hold none else, and forgets the marks. Answers the
+  // number freed.
+  int64_t sweep();
+
+ private:
+  void visit(OopType oop);
+  bool sweepChunk(uint64_t chunk, int64_t* freed);
+
+  ObjectMemory& memory_;
+  std::vector<Slot*> pending_;  // marked, with elements that are still to be visited
+};
+
+}  // namespace kvhost::memory

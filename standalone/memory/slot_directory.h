@@ -1,0 +1,59 @@
+// The directory of all slots of the process. It maps a slot number to its slot without a lock, and
+// knows any number that is none of this thread's.
+//
+// Slots come in chunks. A chunk belongs to one thread, or to all of them (the Symbols' chunks). The
+// owner is tested before anything of the chunk is touched, so that an identifier of another thread,
+// whose memory may go away at any moment, is refused like any other that names nothing here.
+#pragma once
+
+#include "memory/class_table.h"
+#include "memory/slot.h"
+
+#include <atomic>
+#include <cstdint>
+#include <new>
+
+namespace kvhost::memory {
+
+inline constexpr uint64_t SLOTS_PER_CHUNK = 4096;
+inline constexpr uint64_t MAX_CHUNKS = uint64_t{1} << 18;  // 64 GiB of slots
+
+// Whose a chunk is: a number given to a thread when it makes its first object.
+using OwnerType = uint64_t;
+inline constexpr OwnerType OWNER_NONE = 0;
+inline constexpr OwnerType OWNER_EVERYONE = 1;
+inline constexpr OwnerType OWNER_NO_THREAD = ~OwnerType{0};  // a thread without objects
+
+struct ChunkEntry {
+  std::atomic<OwnerType> owner;
+  Slot* slots;  // written before `owner` is, by the owner
+};
+
+extern ChunkEntry chunkDirectory[MAX_CHUNKS];
+extern constinit thread_local OwnerType thisThreadsOwner;
+
+// A number for a thread that becomes an owner; never given twice.
+OwnerType newOwner();
+
+// Takes a chunk of free slots and enters it. Answers its index, or 0 when memory runs out (chunk 0
+// is the classes').
+uint64_t claimChunk(OwnerType owner);
+
+// Frees the slots of a chunk; its identifiers name nothing from now on.
+void releaseChunk(uint64_t chunk);
+
+// The slot of a live object that this thread may see, or null.
+inline Slot* findSlot(OopType oop) {
+  if (!hasSlotTag(oop)) return nullptr;
+  const uint64_t number = slotNumberOf(oop);
+  const uint64_t chunk = number / SLOTS_PER_CHUNK;
+  if (chunk >= MAX_CHUNKS) return nullptr;
+  if (chunk == 0) return fixedSlot(number);
+  const ChunkEntry& entry = chunkDirectory[chunk];
+  const OwnerType owner = entry.owner.load(std::memory_order_acquire);
+  if (owner != thisThreadsOwner && owner != OWNER_EVERYONE) return nullptr;
+  Slot& slot = entry.slots[number % SLOTS_PER_CHUNK];
+  return slot.state.load(std::memory_order_acquire) == SlotState::Live ? &slot : nullptr;
+}
+
+}  // namespace kvhost::memory

@@ -1,0 +1,171 @@
+// The wrappers seam_X, generated from functions.def.
+#include "call.h"
+#include "gz_errors.h"
+
+#include "host.h"
+#include "interface/error_state.h"
+#include "kci.h"
+#include "kcistring.h"
+#include "kcisup.h"
+#include "lrsupreadline.h"
+#include "syserror.h"
+#include "unixio.h"
+#include "utl.h"
+#include "version.h"
+
+#include <unistd.h>
+#include <zlib.h>
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace seam {
+namespace {
+
+// Longer than what a trace shows of a text, so that it is seen to be cut.
+constexpr size_t PRINTED_MAX = 64;
+
+// Logs through the host's logger. The function is asked for each time: the host may change it, and
+// the trampoline has no place of its own to keep it in.
+void logThrough(const char* text) { KciGetLogger()(text); }
+
+int printThrough(const char* /*shown*/, const char* format, va_list* arguments) {
+  // The checker loses sight of a va_list behind a pointer.
+  return vprintf(format, *arguments);  // NOLINT(clang-analyzer-valist.Uninitialized)
+}
+
+KciLoggerType tracedLogger();
+
+// A row of functions.def: the type that the templates of call.h take. `like` is the function whose
+// signature the wrapper has.
+// NOLINTBEGIN(bugprone-macro-parentheses): types and initialisers take none.
+#define SEAM_ROW(symbol, label, like, realFunction, kinds, result, failure, traits)           \
+  struct Row_##symbol : decltype(signatureOf(&like)) {                                        \
+    using Failure = failure;                                                                  \
+    static constexpr auto real = &realFunction;                                               \
+    static constexpr Traits TRAITS = traits;                                                  \
+    static constexpr FunctionInfo INFO = functionInfo<Failure>(label, kinds, result, TRAITS); \
+  };
+// NOLINTEND(bugprone-macro-parentheses)
+#define SEAM_CALL_AS(symbol, name, arity, kinds, result, failure, traits) \
+  SEAM_ROW(symbol, #name, symbol, symbol, kinds, result, failure, traits)
+#define SEAM_CALL(symbol, arity, kinds, result, failure, traits) \
+  SEAM_ROW(symbol, #symbol, symbol, symbol, kinds, result, failure, traits)
+#define SEAM_CALL_VIA(symbol, realFunction, arity, kinds, result, failure, traits) \
+  SEAM_ROW(symbol, #symbol, symbol, realFunction, kinds, result, failure, traits)
+#define SEAM_INNER(name, arity, kinds, result, failure, traits) \
+  SEAM_ROW(name, #name, logThrough, logThrough, kinds, result, failure, traits)
+#define SEAM_VARIADIC(symbol, kinds, result, failure, traits) \
+  SEAM_ROW(symbol, #symbol, printThrough, printThrough, kinds, result, failure, traits)
+#include "functions.def"
+#undef SEAM_CALL_AS
+#undef SEAM_CALL
+#undef SEAM_CALL_VIA
+#undef SEAM_INNER
+#undef SEAM_VARIADIC
+
+void traceLog(const char* text) { call<Row_KciLogger>(text); }
+
+KciLoggerType tracedLogger() { return &traceLog; }
+
+}  // namespace
+
+// The host's own table of errors knows only the numbers that it uses; a fault may raise any.
+void leaveInterfaceError(int64_t number) {
+  kvhost::interface::ErrorState& errors = kvhost::interface::errorState();
+  errors.pending.initialize();
+  errors.pending.category = OOP_ERROR_CATEGORY;
+  errors.pending.number = static_cast<int>(number);
+  snprintf(errors.pending.message, sizeof errors.pending.message, "raised by a fault");
+  errors.isPending = true;
+  if (errors.frames != nullptr) longjmp(errors.frames->buf, 1);
+}
+
+// ---- the wrappers ----
+
+#define SEAM_PARAMETERS_0(row)
+#define SEAM_PARAMETERS_1(row) row::Argument<0> a0
+#define SEAM_PARAMETERS_2(row) SEAM_PARAMETERS_1(row), row::Argument<1> a1
+#define SEAM_PARAMETERS_3(row) SEAM_PARAMETERS_2(row), row::Argument<2> a2
+#define SEAM_PARAMETERS_4(row) SEAM_PARAMETERS_3(row), row::Argument<3> a3
+#define SEAM_PARAMETERS_5(row) SEAM_PARAMETERS_4(row), row::Argument<4> a4
+#define SEAM_PARAMETERS_6(row) SEAM_PARAMETERS_5(row), row::Argument<5> a5
+#define SEAM_PARAMETERS_7(row) SEAM_PARAMETERS_6(row), row::Argument<6> a6
+#define SEAM_ARGUMENTS_0
+#define SEAM_ARGUMENTS_1 a0
+#define SEAM_ARGUMENTS_2 a0, a1
+#define SEAM_ARGUMENTS_3 a0, a1, a2
+#define SEAM_ARGUMENTS_4 a0, a1, a2, a3
+#define SEAM_ARGUMENTS_5 a0, a1, a2, a3, a4
+#define SEAM_ARGUMENTS_6 a0, a1, a2, a3, a4, a5
+#define SEAM_ARGUMENTS_7 a0, a1, a2, a3, a4, a5, a6
+
+#define SEAM_WRAPPER(symbol, arity, kinds)                                               \
+  static_assert(Row_##symbol::ARITY == (arity) &&                                        \
+                Row_##symbol::INFO.argumentKinds.size() == (arity));                     \
+  extern "C" Row_##symbol::Result seam_##symbol(SEAM_PARAMETERS_##arity(Row_##symbol)) { \
+    return call<Row_##symbol>(SEAM_ARGUMENTS_##arity);                                   \
+  }
+#define SEAM_CALL_AS(symbol, name, arity, kinds, result, failure, traits) \
+  SEAM_WRAPPER(symbol, arity, kinds)
+#define SEAM_CALL(symbol, arity, kinds, result, failure, traits) SEAM_WRAPPER(symbol, arity, kinds)
+#define SEAM_CALL_VIA(symbol, real, arity, kinds, result, failure, traits) \
+  SEAM_WRAPPER(symbol, arity, kinds)
+#define SEAM_INNER(name, arity, kinds, result, failure, traits)
+#define SEAM_VARIADIC(symbol, kinds, result, failure, traits)
+#include "functions.def"
+#undef SEAM_CALL_AS
+#undef SEAM_CALL
+#undef SEAM_CALL_VIA
+#undef SEAM_INNER
+#undef SEAM_VARIADIC
+
+extern "C" __attribute__((format(printf, 1, 2))) int seam_printf(const char* format, ...) {
+  char shown[PRINTED_MAX] = "";
+  va_list arguments;
+  if (active) {
+    va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): begun on the line above
+    vsnprintf(shown, sizeof shown, format, arguments);
+    va_end(arguments);
+  }
+  va_start(arguments, format);
+  const int result = call<Row_printf>(shown, format, &arguments);
+  va_end(arguments);
+  return result;
+}
+
+// ---- the table ----
+
+namespace {
+
+constexpr const FunctionInfo* FUNCTIONS[] = {
+#define SEAM_CALL_AS(symbol, name, arity, kinds, result, failure, traits)
+#define SEAM_CALL(symbol, arity, kinds, result, failure, traits) &Row_##symbol::INFO,
+#define SEAM_CALL_VIA(symbol, real, arity, kinds, result, failure, traits) &Row_##symbol::INFO,
+#define SEAM_INNER(name, arity, kinds, result, failure, traits) &Row_##name::INFO,
+#define SEAM_VARIADIC(symbol, kinds, result, failure, traits) &Row_##symbol::INFO,
+#include "functions.def"
+};
+
+std::vector<std::string> namesOfAll() {
+  std::vector<std::string> names;
+  for (const FunctionInfo* function : FUNCTIONS) names.emplace_back(function->name);
+  return names;
+}
+
+}  // namespace
+
+const FunctionInfo* findFunction(std::string_view name) {
+  for (const FunctionInfo* function : FUNCTIONS) {
+    if (function->name == name) return function;
+  }
+  return nullptr;
+}
+
+const std::vector<std::string>& functionNames() {
+  static const std::vector<std::string> names = namesOfAll();
+  return names;
+}
+
+}  // namespace seam

@@ -1,0 +1,294 @@
+#include "line_reader.h"
+
+#include "completion.h"
+#include "history_file.h"
+#include "hostlayer/interrupt.h"
+#include "kvhost.h"
+#include "terminal_scope.h"
+
+#include <histedit.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <memory>
+#include <string>
+
+namespace {
+
+// How the input of a line ended other than by a line.
+enum class InputEnd { None, EndOfInput, Interrupted, Failed };
+
+}  // namespace
+
+struct LineReaderStateType {
+  explicit LineReaderStateType(const char* historyPath) : history(historyPath) {}
+  ~LineReaderStateType() {
+    if (editor != nullptr) el_end(editor);
+  }
+  LineReaderStateType(const LineReaderStateType&) = delete;
+  LineReaderStateType& operator=(const LineReaderStateType&) = delete;
+
+  kvhost::HistoryFile history;
+  EditLine* editor = nullptr;
+  kvhost::Completer completer = nullptr;
+  FILE* input = stdin;
+  std::string prompt;
+  std::string undelivered;  // of a line that was longer than the caller's buffer
+  InputEnd inputEnd = InputEnd::None;
+  int inputErrno = 0;
+};
+
+namespace {
+
+constexpr wchar_t REPLACEMENT_CHARACTER = 0xFFFD;
+
+LineReaderStateType* stateOf(EditLine* editor) {
+  void* state = nullptr;
+  el_get(editor, EL_CLIENTDATA, &state);
+  return static_cast<LineReaderStateType*>(state);
+}
+
+char* promptOf(EditLine* editor) { return stateOf(editor)->prompt.data(); }
+
+// ---- input ----
+
+// Draws the line anew after the terminal was resized, or was another program's for a while.
+void followTerminal(EditLine* editor) {
+  const bool continued = kvhost::TerminalSignalScope::takeContinued();
+  if (kvhost::TerminalSignalScope::takeResized()) el_resize(editor);
+  if (continued) {
+    el_set(editor, EL_PREP_TERM, 0);
+    el_set(editor, EL_PREP_TERM, 1);
+  }
+  el_set(editor, EL_REFRESH);
+}
+
+// True when the input is worth another try after it delivered nothing; else `inputEnd` tells why.
+bool mayReadOn(LineReaderStateType* state) {
+  const int errNum = errno;
+  const bool ended = feof(state->input) != 0;
+  clearerr(state->input);
+  if (ended) {
+    state->inputEnd = InputEnd::EndOfInput;
+  } else if (errNum == EINTR && kvhost::takeInterrupt()) {
+    state->inputEnd = InputEnd::Interrupted;
+  } else if (errNum == EINTR) {
+    followTerminal(state->editor);
+    return true;
+  } else if (errNum == EAGAIN) {
+    struct pollfd waiting = {fileno(state->input), POLLIN, 0};
+    poll(&waiting, 1, -1);
+    return true;
+  } else {
+    state->inputEnd = InputEnd::Failed;
+  }
+  state->inputErrno = errNum;
+  return false;
+}
+
+bool hasBuffered(const FILE* stream) { return stream->_IO_read_ptr < stream->_IO_read_end; }
+
+// Waits for input; false with errno when that failed or an interrupt is noted. SIGINT is let in
+// only by the wait itself, so that one just before it is not missed.
+bool waitForInput(FILE* stream) {
+  sigset_t interrupt;
+  sigset_t former;
+  sigemptyset(&interrupt);
+  sigaddset(&interrupt, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &interrupt, &former);
+  struct pollfd waiting = {fileno(stream), POLLIN, 0};
+  errno = EINTR;
+  const bool ready = !kvhost::interruptIsNoted() && ppoll(&waiting, 1, nullptr, &former) >= 0;
+  const int errNum = errno;
+  pthread_sigmask(SIG_SETMASK, &former, nullptr);
+  errno = errNum;
+  return ready;
+}
+
+// The next byte of the input, or -1 with `inputEnd` set. It goes through the stream, so that what
+// was typed ahead is shared with whoever else reads it.
+int nextByte(LineReaderStateType* state) {
+  for (;;) {
+    if (!hasBuffered(state->input) && !waitForInput(state->input)) {
+      if (!mayReadOn(state)) return -1;
+      continue;
+    }
+    const int c = std::fgetc(state->input);
+    if (c != EOF) return c;
+    if (!mayReadOn(state)) return -1;
+  }
+}
+
+// The editor's source of characters: 1 with a character at `*out`, 0 at the end of the input, -1
+// for a failure. Bytes that are no character show as the replacement character. The library's own
+// source would retry the first interrupted read, and so swallow a Ctrl-C.
+int nextCharacter(EditLine* editor, wchar_t* out) {
+  LineReaderStateType* state = stateOf(editor);
+  std::mbstate_t conversion = {};
+  for (;;) {
+    const int c = nextByte(state);
+    if (c < 0) return state->inputEnd == InputEnd::EndOfInput ? 0 : -1;
+    const char byte = static_cast<char>(c);
+    const size_t used = std::mbrtowc(out, &byte, 1, &conversion);
+    if (used == static_cast<size_t>(-2)) continue;
+    if (used == static_cast<size_t>(-1)) *out = REPLACEMENT_CHARACTER;
+    return 1;
+  }
+}
+
+// ---- completion ----
+
+size_t terminalWidth() {
+  struct winsize window = {};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_col == 0) return 80;
+  return window.ws_col;
+}
+
+// Replaces the bytes `typed` before the cursor by `text`.
+bool replaceTyped(EditLine* editor, const std::string& typed, const std::string& text) {
+  if (text.starts_with(typed)) return el_insertstr(editor, text.c_str() + typed.size()) == 0;
+  const size_t characters = std::mbstowcs(nullptr, typed.c_str(), 0);
+  if (characters == static_cast<size_t>(-1)) return false;
+  el_deletestr(editor, static_cast<int>(characters));
+  return el_insertstr(editor, text.c_str()) == 0;
+}
+
+unsigned char complete(EditLine* editor, int /*key*/) {
+  const kvhost::Completer completer = stateOf(editor)->completer;
+  if (completer == nullptr) return el_insertstr(editor, "\t") == 0 ? CC_REFRESH : CC_ERROR;
+  const LineInfo* info = el_line(editor);
+  const std::string line(info->buffer, info->lastchar);
+  const auto cursor = static_cast<size_t>(info->cursor - info->buffer);
+  size_t wordStart = cursor;
+  const std::vector<std::string> words = completer(line, cursor, &wordStart);
+  if (words.empty()) return CC_ERROR;
+  wordStart = std::min(wordStart, cursor);
+  const std::string typed = line.substr(wordStart, cursor - wordStart);
+  const std::string common = kvhost::commonStart(words);
+  if (words.size() == 1 || common.size() > typed.size()) {
+    return replaceTyped(editor, typed, common) ? CC_REFRESH : CC_ERROR;
+  }
+  std::fprintf(stdout, "\n%s", kvhost::listInColumns(words, terminalWidth()).c_str());
+  return CC_REDISPLAY;
+}
+
+// ---- a line ----
+
+bool setUp(LineReaderStateType* state, const char* programName) {
+  if (state->history.handle() == nullptr) return false;
+  EditLine* editor = el_init(programName, stdin, stdout, stderr);
+  state->editor = editor;
+  if (editor == nullptr) return false;
+  el_set(editor, EL_CLIENTDATA, state);
+  el_set(editor, EL_EDITOR, "emacs");
+  el_set(editor, EL_PROMPT, promptOf);
+  el_set(editor, EL_GETCFN, nextCharacter);
+  el_set(editor, EL_HIST, history, state->history.handle());
+  el_set(editor, EL_ADDFN, "complete-word", "Complete the word at the cursor", complete);
+  el_set(editor, EL_BIND, "^I", "complete-word", nullptr);
+  el_set(editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
+  el_source(editor, nullptr);  // the user's own bindings, from ~/.editrc
+  return true;
+}
+
+void prepare(LineReaderStateType* state, FILE* stream, const char* prompt) {
+  state->prompt = prompt != nullptr ? prompt : "";
+  state->inputEnd = InputEnd::None;
+  if (stream != state->input) {
+    state->input = stream;
+    el_set(state->editor, EL_SETFP, 0, stream);
+  }
+  std::fflush(stdout);
+  el_resize(state->editor);
+  // The editor would do this after it has shown the prompt: a Ctrl-D typed in between is lost.
+  el_set(state->editor, EL_PREP_TERM, 1);
+}
+
+// The answer for an input that ended without a line. The cursor is left on a new line.
+int answerEnd(InputEnd end, int errNum) {
+  std::fputs(end == InputEnd::Interrupted ? "^C\n" : "\n", stdout);
+  std::fflush(stdout);
+  if (end == InputEnd::Interrupted) {
+    errno = EINTR;
+    return -2;
+  }
+  errno = errNum;
+  return end == InputEnd::Failed ? 1 : -1;
+}
+
+void remember(LineReaderStateType* state) {
+  std::string line = state->undelivered;
+  while (!line.empty() && line.back() == '\n') line.pop_back();
+  state->history.add(line);
+}
+
+// Reads a line into `undelivered`; the answer is that of LrSupReadLine.
+int readLine(LineReaderStateType* state, FILE* stream, const char* prompt, bool toHistory) {
+  if (kvhost::takeInterrupt()) return answerEnd(InputEnd::Interrupted, EINTR);
+  const kvhost::CharacterSetScope characterSet;
+  const kvhost::TerminalSignalScope signals;
+  prepare(state, stream, prompt);
+  int length = 0;
+  const char* line = el_gets(state->editor, &length);
+  if (line == nullptr || length <= 0) return answerEnd(state->inputEnd, state->inputErrno);
+  state->undelivered = line;
+  if (toHistory) remember(state);
+  return 0;
+}
+
+}  // namespace
+
+namespace kvhost {
+
+LineReaderStateType* lineReaderCreate(const char* programName, const char* historyPath) {
+  const CharacterSetScope characterSet;
+  auto state = std::make_unique<LineReaderStateType>(historyPath != nullptr ? historyPath : "");
+  return setUp(state.get(), programName) ? state.release() : nullptr;
+}
+
+void lineReaderSetCompleter(LineReaderStateType* state, Completer completer) {
+  if (state != nullptr) state->completer = completer;
+}
+
+}  // namespace kvhost
+
+extern "C" {
+
+int LrSupReadLine(LineReaderStateType* state, FILE* stream, char* buf, size_t size,
+                  const char* prompt, BoolType flag) {
+  if (state == nullptr || stream == nullptr || size == 0) {
+    errno = EINVAL;
+    return 1;
+  }
+  if (state->undelivered.empty()) {
+    const int status = readLine(state, stream, prompt, flag != 0);
+    if (status != 0) {
+      buf[0] = '\0';
+      return status;
+    }
+  }
+  const size_t length = std::min(size - 1, state->undelivered.size());
+  std::memcpy(buf, state->undelivered.data(), length);
+  buf[length] = '\0';
+  state->undelivered.erase(0, length);
+  return 0;
+}
+
+// A history that cannot be saved is lost without a word: the program is ending, and it has nobody
+// to tell.
+void LineReadShutdown(LineReaderStateType* state) {
+  if (state == nullptr) return;
+  const kvhost::CharacterSetScope characterSet;
+  state->history.save();
+  delete state;
+}
+
+}  // extern "C"
