@@ -1,0 +1,234 @@
+#!/usr/bin/env python3
+"""Makes the reference of the user actions from the action table and the module's comments.
+
+Each action is defined behind a block of `///` lines: a summary, then paragraphs that begin with the
+labels below. The table gives the names, the arguments and the one-line meanings.
+
+  docgen.py --module src/kvfile --reference docs/reference          writes the pages
+  docgen.py --module src/kvfile --reference docs/reference --check  fails where they are stale
+  docgen.py --module src/kvfile --include FILE                      writes a C++ include for the shell
+
+--check also fails where an action has no comment, or where its comment lacks a paragraph. Without it
+such gaps are warnings, so that a build goes on.
+"""
+
+import argparse
+import pathlib
+import re
+import sys
+import textwrap
+
+LABELS = ["Arguments", "Answers", "Raises", "Stores", "Host calls", "Blocks"]
+
+LABEL = re.compile(r"(?:^|(?<=[.:;)] ))(" + "|".join(LABELS) + r"):")
+ROW = re.compile(r'^KVF_(?:PASSIVE_)?ACTION\((\w+), (\d+), \(([^)]*)\), "([^"]*)"\)$')
+TEXT = re.compile(r'constexpr char (TEXT_\w+)\[\] =\s*((?:"(?:[^"\\]|\\.)*"\s*)+);')
+TEXT_NAME = re.compile(r"\{(TEXT_\w+)\}")
+DEFINITION = re.compile(r'^(?:extern "C" )?OopType (\w+)\(')
+
+
+class Action:
+    """One row of the table, with the documentation found for it."""
+
+    def __init__(self, name, count, parameters, meaning):
+        self.name = name
+        self.count = count
+        self.arguments = [p.split()[-1] for p in parameters.split(",")]
+        self.meaning = meaning
+        self.summary = []     # paragraphs
+        self.paragraphs = {}  # label to text
+        self.source = None    # relative to the module's folder
+
+    @property
+    def call(self):
+        return f"{self.name}({', '.join(self.arguments)})"
+
+    def problems(self):
+        if self.source is None:
+            return [f"{self.name}: no documented definition"]
+        missing = [label for label in LABELS if not self.paragraphs.get(label)]
+        found = [f"{self.name}: no paragraph '{label}:' in {self.source}" for label in missing]
+        if not self.summary:
+            found.append(f"{self.name}: no summary in {self.source}")
+        return found
+
+
+def read_table(module):
+    actions = {}
+    for line in (module / "action_table.def").read_text(encoding="utf-8").splitlines():
+        row = ROW.match(line)
+        if row:
+            actions[row[1]] = Action(row[1], int(row[2]), row[3], row[4])
+    if not actions:
+        raise SystemExit(f"docgen: no rows in {module / 'action_table.def'}")
+    return actions
+
+
+def split_comment(lines):
+    """The summary's paragraphs and the labelled ones, lines of a paragraph joined.
+
+    A label counts wherever a sentence may begin, because a formatter may have joined the lines.
+    """
+    summary, labelled, label = [], {}, None
+    for paragraph in "\n".join(lines).split("\n\n"):
+        pieces = LABEL.split(" ".join(paragraph.split()))
+        for index, piece in enumerate(pieces):
+            if index % 2 == 1:
+                label = piece
+                labelled.setdefault(label, "")
+            elif piece.strip() and label is None:
+                summary.append(piece.strip())
+            elif piece.strip():
+                labelled[label] = (labelled[label] + " " + piece.strip()).strip()
+    return summary, labelled
+
+
+def read_texts(module):
+    """The module's named failure texts, which comments cite as {TEXT_NAME}."""
+    texts = {}
+    for path in sorted(module.rglob("*.h")):
+        for name, literal in TEXT.findall(path.read_text(encoding="utf-8")):
+            texts[name] = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', literal))
+    return texts
+
+
+def resolve_texts(text, texts, problems):
+    def replace(match):
+        if match[1] not in texts:
+            problems.append(f"{match[1]}: no text of that name")
+            return match[0]
+        return f'"{texts[match[1]]}"'
+    return TEXT_NAME.sub(replace, text)
+
+
+def read_sources(module, actions, problems):
+    texts = read_texts(module)
+    for path in sorted(module.rglob("*.cc")):
+        comment = []
+        for line in path.read_text(encoding="utf-8").splitlines():
+            if line.startswith("///"):
+                comment.append(line[3:].strip())
+                continue
+            definition = DEFINITION.match(line)
+            if definition and comment and definition[1] in actions:
+                action = actions[definition[1]]
+                action.source = path.relative_to(module).as_posix()
+                comment = [resolve_texts(part, texts, problems) for part in comment]
+                action.summary, action.paragraphs = split_comment(comment)
+            if line != 'extern "C"':
+                comment = []
+
+
+def help_text(action):
+    """Plain text for a terminal."""
+    parts = [textwrap.fill(paragraph, 80) for paragraph in action.summary]
+    for label in LABELS:
+        if label in action.paragraphs:
+            parts.append(textwrap.fill(f"{label}: {action.paragraphs[label]}", 80,
+                                       subsequent_indent="  "))
+    return "\n\n".join(parts[:len(action.summary)]) + "\n\n" + "\n".join(parts[len(action.summary):])
+
+
+def include_text(actions):
+    rows = []
+    for action in actions.values():
+        if action.source is None:
+            continue
+        # Pieces below the length that compilers must support.
+        text = help_text(action)
+        pieces = [text[i:i + 1000] for i in range(0, len(text), 1000)]
+        literal = "\n     ".join('R"doc(' + piece + ')doc"' for piece in pieces)
+        rows.append(f'    {{"{action.name}",\n     {literal}}},\n')
+    return "// Made by docgen.py from the comments of the module.\n" + "".join(rows)
+
+
+def escape(text):
+    """Keeps Markdown from taking operators and patterns in the text for markup."""
+    return re.sub(r"([*_<>\[\]|`])", r"\\\1", text)
+
+
+def sentence(text):
+    """The text with a capital, unless it begins with the name of an argument or a value."""
+    first = re.match(r"[a-z]+", text)
+    keeps = first is None or first[0] in ("nil", "true", "false") or text[first.end():][:1].isupper()
+    return text if keeps else text[0].upper() + text[1:]
+
+
+def page(action):
+    lines = [f"# {action.name}", "", f"`{action.call}`", "", f"{action.meaning}.", ""]
+    for paragraph in action.summary:
+        lines += textwrap.wrap(escape(paragraph), 100) + [""]
+    for label in LABELS:
+        if label in action.paragraphs:
+            lines += [f"## {label}", ""]
+            lines += textwrap.wrap(sentence(escape(action.paragraphs[label])), 100) + [""]
+    lines.append(f"Source: `src/kvfile/{action.source}`. [All actions](README.md)")
+    return "\n".join(lines) + "\n"
+
+
+def index(actions):
+    lines = ["# The user actions", "",
+             f"{len(actions)} actions, in the order in which they are declared. The pages are made "
+             "by", "`tools/docgen/docgen.py` from the table of actions and the comments above their "
+             "definitions;", "`kvf help NAME` shows the same text.", "",
+             "| Action | Arguments | Meaning |", "|---|---|---|"]
+    for action in actions.values():
+        lines.append(f"| [{action.name}]({action.name}.md) | {', '.join(action.arguments)} | "
+                     f"{action.meaning} |")
+    return "\n".join(lines) + "\n"
+
+
+def pages(actions):
+    files = {"README.md": index(actions)}
+    for action in actions.values():
+        if action.source is not None:
+            files[f"{action.name}.md"] = page(action)
+    return files
+
+
+def write_if_changed(path, text):
+    if path.exists() and path.read_text(encoding="utf-8") == text:
+        return
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text(text, encoding="utf-8")
+
+
+def stale_pages(folder, files):
+    found = [f"{folder / name}: stale; run tools/docgen/docgen.py --module src/kvfile --reference "
+             f"{folder}" for name, text in files.items()
+             if not (folder / name).exists()
+             or (folder / name).read_text(encoding="utf-8") != text]
+    found += [f"{path}: belongs to no action" for path in sorted(folder.glob("*.md"))
+              if path.name not in files]
+    return found
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--module", type=pathlib.Path, required=True, help="the module's folder")
+    parser.add_argument("--include", type=pathlib.Path, help="write this C++ include")
+    parser.add_argument("--reference", type=pathlib.Path, help="the folder of the pages")
+    parser.add_argument("--check", action="store_true", help="write nothing; fail where stale")
+    options = parser.parse_args()
+
+    actions = read_table(options.module)
+    problems = []
+    read_sources(options.module, actions, problems)
+    problems += [problem for action in actions.values() for problem in action.problems()]
+    if options.include and not options.check:
+        # Always written, so that the build sees a time behind that of the sources.
+        options.include.write_text(include_text(actions), encoding="utf-8")
+    if options.reference:
+        files = pages(actions)
+        if options.check:
+            problems += stale_pages(options.reference, files)
+        else:
+            for name, text in files.items():
+                write_if_changed(options.reference / name, text)
+    for problem in problems:
+        print(f"docgen: {problem}", file=sys.stderr)
+    return 1 if problems and options.check else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,320 @@
+#include "functions.h"
+
+#include "action_table.h"
+#include "kvfile/kvfile.h"
+#include "kvhost.h"
+#include "messages.h"
+#include "printer.h"
+#include "terminal/line_reader.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <csetjmp>
+#include <csignal>
+
+namespace shell {
+namespace {
+
+// ---- raised errors ----
+
+struct ErrorMeaning {
+  int number;
+  std::string_view meaning;
+};
+
+constexpr std::array ERROR_MEANINGS = {
+    ErrorMeaning{2061, "argument out of range or not convertible"},
+    ErrorMeaning{2094, "argument of the wrong class"},
+    ErrorMeaning{2208, "no memory for a file record"},
+    ErrorMeaning{2242, "argument is neither a Character nor a SmallInteger"},
+    ErrorMeaning{2284, "count exceeds the size of the object"},
+    ErrorMeaning{2364, "file object is not registered in this session"},
+    ErrorMeaning{2718, "path is empty or a UTF-16 string"},
+    ErrorMeaning{4100, "there is no session, or it has no file map"},
+};
+
+std::string describeArguments(Interpreter& interpreter, const KciErrSType& error) {
+  std::string out;
+  for (int i = 0; i < std::min<int>(error.argCount, KCI_MAX_ERR_ARGS); i++) {
+    out += out.empty() ? ", arguments: " : ", ";
+    out += printString(interpreter, Value::object(error.args[i]));
+  }
+  return out;
+}
+
+// ---- calls ----
+
+std::vector<OopType> objectArguments(std::string_view name, Arguments arguments) {
+  std::vector<OopType> oops;
+  for (const Value& argument : arguments) {
+    if (!argument.isObject()) {
+      throw EvaluationError(
+          fmt::format("error: {} takes objects, and a {} is none", name, classNameOf(argument)));
+    }
+    oops.push_back(argument.oop);
+  }
+  return oops;
+}
+
+[[noreturn]] void wrongCount(std::string_view name, int expected, std::string_view parameters,
+                             size_t given) {
+  throw EvaluationError(fmt::format("error: {} takes {} argument{} ({}), not {}", name, expected,
+                                    expected == 1 ? "" : "s", parameters, given));
+}
+
+[[noreturn]] void unknownFunction(std::string_view name) {
+  std::string nearest = nearestName(name);
+  throw EvaluationError(fmt::format("error: there is no action or function '{}'{}", name,
+                                    nearest.empty() ? "" : "; did you mean " + nearest + "?"));
+}
+
+OopType answerOf(Interpreter& interpreter, const kvhost::Outcome& outcome) {
+  if (outcome.status == kvhost::CallStatus::Raised) {
+    throw EvaluationError(describeRaised(interpreter, outcome.error), outcome.error.number);
+  }
+  return outcome.value;
+}
+
+Value callAction(Interpreter& interpreter, std::string_view name, Arguments arguments) {
+  std::vector<OopType> oops = objectArguments(name, arguments);
+  kvhost::Outcome outcome =
+      kvhost::callAction(std::string(name).c_str(), oops.data(), static_cast<int>(oops.size()));
+  const ActionRow* row = findAction(name);
+  switch (outcome.status) {
+    case kvhost::CallStatus::NoSuchAction:
+      if (row == nullptr) unknownFunction(name);
+      throw EvaluationError(fmt::format("error: the action {} is not declared", name));
+    case kvhost::CallStatus::WrongArgumentCount:
+      wrongCount(name, outcome.expectedCount, row == nullptr ? "" : argumentNames(*row),
+                 oops.size());
+    default:
+      return Value::object(answerOf(interpreter, outcome));
+  }
+}
+
+// ---- the deliberate fault of KvfTestClientHandler ----
+
+thread_local sigjmp_buf faultReturn;
+thread_local volatile std::sig_atomic_t faultIsContained = 0;
+thread_local volatile std::sig_atomic_t faultSignal = 0;
+
+struct TestCall {
+  OopType receiver;
+};
+
+void containFault(int signal) {
+  if (faultIsContained == 0) {
+    // Not the deliberate one: it comes again without a handler, and ends the process.
+    std::signal(signal, SIG_DFL);
+    return;
+  }
+  faultIsContained = 0;
+  faultSignal = signal;
+  siglongjmp(faultReturn, 1);
+}
+
+OopType runTestHandler(void* context) {
+  if (sigsetjmp(faultReturn, 1) != 0) return OOP_NIL;
+  faultIsContained = 1;
+  OopType answer = KvfTestClientHandler(static_cast<TestCall*>(context)->receiver);
+  faultIsContained = 0;
+  return answer;
+}
+
+Value callTestHandler(Interpreter& interpreter, Arguments arguments) {
+  std::vector<OopType> oops = objectArguments("KvfTestClientHandler", arguments);
+  if (oops.size() != 1) wrongCount("KvfTestClientHandler", 1, "oClass", oops.size());
+  TestCall call{oops[0]};
+  faultSignal = 0;
+  kvhost::Outcome outcome = kvhost::protect(runTestHandler, &call);
+  faultIsContained = 0;
+  if (faultSignal != 0) {
+    throw EvaluationError(
+        fmt::format("error: KvfTestClientHandler read through a pointer that leads to nothing "
+                    "({}); the fault was contained and the workspace goes on",
+                    faultSignal == SIGSEGV ? "SIGSEGV" : "SIGBUS"));
+  }
+  return Value::object(answerOf(interpreter, outcome));
+}
+
+// ---- the exported C functions ----
+
+constexpr int64_t MAX_TRANSFER = int64_t{1} << 30;
+
+int sessionArgument(Arguments arguments, size_t index) {
+  if (index >= arguments.size()) return 0;
+  int64_t id = integerOf(arguments[index], "session id");
+  if (id < INT_MIN || id > INT_MAX) throw EvaluationError("error: a session id has 32 bits");
+  return static_cast<int>(id);
+}
+
+int64_t transferCount(const Value& value) {
+  int64_t count = integerOf(value, "count");
+  if (count > MAX_TRANSFER) {
+    throw EvaluationError(fmt::format("error: the count {} is above {}", count, MAX_TRANSFER));
+  }
+  return count;
+}
+
+OopType fileArgument(const Value& value) { return objectArguments("the function", {&value, 1})[0]; }
+
+// What a C entry point is called with; plain, because a raise jumps over it.
+struct EntryCall {
+  OopType file;
+  char* buffer;
+  intptr_t size;
+  int session;
+  intptr_t result;
+};
+
+OopType runWrite(void* context) {
+  auto* call = static_cast<EntryCall*>(context);
+  call->result = KvFileWrite(call->file, reinterpret_cast<const ByteType*>(call->buffer),
+                             call->size, call->session);
+  return OOP_NIL;
+}
+
+OopType runRead(void* context) {
+  auto* call = static_cast<EntryCall*>(context);
+  call->result =
+      KvFileRead(call->file, reinterpret_cast<ByteType*>(call->buffer), call->size, call->session);
+  return OOP_NIL;
+}
+
+OopType runFetchErrorString(void* context) {
+  auto* call = static_cast<EntryCall*>(context);
+  KvFileFetchErrorString(call->file, call->buffer, static_cast<size_t>(call->size), call->session);
+  return OOP_NIL;
+}
+
+Value callWrite(Interpreter& interpreter, Arguments arguments) {
+  std::string bytes = bytesArgument(arguments[1], "bytes argument");
+  EntryCall call{fileArgument(arguments[0]), bytes.data(), static_cast<intptr_t>(bytes.size()),
+                 sessionArgument(arguments, 2), 0};
+  answerOf(interpreter, kvhost::protect(runWrite, &call));
+  return Value::boolean(call.result != 0);
+}
+
+Value callRead(Interpreter& interpreter, Arguments arguments) {
+  int64_t count = transferCount(arguments[1]);
+  std::string buffer(static_cast<size_t>(std::max<int64_t>(count, 1)), '\0');
+  EntryCall call{fileArgument(arguments[0]), buffer.data(), count, sessionArgument(arguments, 2),
+                 0};
+  answerOf(interpreter, kvhost::protect(runRead, &call));
+  if (call.result < 0) return Value::object(kvhost::newInteger(call.result));
+  buffer.resize(static_cast<size_t>(call.result));
+  return Value::object(kvhost::newString(buffer));
+}
+
+Value callFetchErrorString(Interpreter& interpreter, Arguments arguments) {
+  int64_t size = transferCount(arguments[1]);
+  if (size < 0) throw EvaluationError("error: the size of a buffer is not negative");
+  // One byte is there even for size 0, because the first byte is always set.
+  std::string buffer(static_cast<size_t>(size) + 1, '\0');
+  EntryCall call{fileArgument(arguments[0]), buffer.data(), size, sessionArgument(arguments, 2), 0};
+  answerOf(interpreter, kvhost::protect(runFetchErrorString, &call));
+  return Value::object(kvhost::newString(buffer.c_str()));
+}
+
+Value callStartup(Interpreter&, Arguments arguments) {
+  KvfStartup(sessionArgument(arguments, 0));
+  return {};
+}
+
+Value callShutdown(Interpreter&, Arguments arguments) {
+  KvfShutdown(sessionArgument(arguments, 0));
+  return {};
+}
+
+Value callSetLineReader(Interpreter&, Arguments arguments) {
+  if (!arguments[0].isTrue()) {
+    KvFileSetLineReader(nullptr);
+    return Value::boolean(false);
+  }
+  LineReaderStateType* reader = kvhost::lineReaderCreate("kvf", "");
+  KvFileSetLineReader(reader);
+  return Value::boolean(reader != nullptr);
+}
+
+Value callShutdownLineReader(Interpreter&, Arguments) {
+  KvFileShutdownLineReader();
+  return {};
+}
+
+Value callUserActionInit(Interpreter&, Arguments) {
+  return Value::boolean(KvfUserActionInit() != 0);
+}
+
+Value callPassiveObjActionInit(Interpreter&, Arguments) {
+  return Value::boolean(KvfPassiveObjActionInit() != 0);
+}
+
+constexpr std::array C_FUNCTIONS = {
+    CFunction{"KvfUserActionInit", 0, 0, "", "Declare the 44 file actions", callUserActionInit},
+    CFunction{"KvfPassiveObjActionInit", 0, 0, "", "Declare the 2 passive-object actions",
+              callPassiveObjActionInit},
+    CFunction{"KvfStartup", 1, 1, "sessionId", "Give a session an empty file map", callStartup},
+    CFunction{"KvfShutdown", 1, 1, "sessionId", "Close a session's files and drop its map",
+              callShutdown},
+    CFunction{"KvFileWrite", 2, 3, "oFile, bytes, sessionId",
+              "Write all bytes of a text or ByteArray; true or false", callWrite},
+    CFunction{"KvFileRead", 2, 3, "oFile, count, sessionId",
+              "Read up to count bytes as a String, '' at the end; -1 on failure", callRead},
+    CFunction{"KvFileFetchErrorString", 2, 3, "oFile, bufferSize, sessionId",
+              "The pending error text as a buffer of that size gets it; '' when there is none",
+              callFetchErrorString},
+    CFunction{"KvFileSetLineReader", 1, 1, "install",
+              "true: make and install a terminal line reader; else install none",
+              callSetLineReader},
+    CFunction{"KvFileShutdownLineReader", 0, 0, "", "Shut the installed line reader down",
+              callShutdownLineReader},
+};
+
+Value callCFunction(Interpreter& interpreter, const CFunction& function, Arguments arguments) {
+  if (arguments.size() < function.leastCount || arguments.size() > function.mostCount) {
+    wrongCount(function.name, static_cast<int>(function.mostCount), function.parameters,
+               arguments.size());
+  }
+  return function.handler(interpreter, arguments);
+}
+
+}  // namespace
+
+std::span<const CFunction> cFunctions() { return C_FUNCTIONS; }
+
+std::string_view meaningOfError(int number) {
+  for (const ErrorMeaning& row : ERROR_MEANINGS) {
+    if (row.number == number) return row.meaning;
+  }
+  return "";
+}
+
+std::string describeRaised(Interpreter& interpreter, const KciErrSType& error) {
+  std::string meaning(meaningOfError(error.number));
+  if (meaning.empty()) meaning = error.message;
+  if (meaning.empty()) meaning = "no meaning is known";
+  return fmt::format("error {} ({}), {}{}", error.number, meaning,
+                     error.fatal != 0 ? "fatal" : "not fatal",
+                     describeArguments(interpreter, error));
+}
+
+Value callFunction(Interpreter& interpreter, std::string_view name, Arguments arguments) {
+  if (name == "KvfTestClientHandler") return callTestHandler(interpreter, arguments);
+  for (const CFunction& function : C_FUNCTIONS) {
+    if (function.name == name) return callCFunction(interpreter, function, arguments);
+  }
+  return callAction(interpreter, name, arguments);
+}
+
+void containTestFaults() {
+  struct sigaction action = {};
+  action.sa_handler = containFault;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGSEGV, &action, nullptr);
+  sigaction(SIGBUS, &action, nullptr);
+}
+
+}  // namespace shell

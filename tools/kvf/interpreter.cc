@@ -1,0 +1,229 @@
+#include "interpreter.h"
+
+#include "functions.h"
+#include "kvfile/kvfile.h"
+#include "kvhost.h"
+#include "messages.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <climits>
+
+namespace shell {
+namespace {
+
+constexpr int64_t COLLECT_AFTER_BYTES = int64_t{16} << 20;
+constexpr int64_t COLLECT_AFTER_OBJECTS = 100'000;
+constexpr int64_t FEW_OBJECTS = 100'000;
+
+bool isCollectionDue() {
+  return kvhost::bytesSinceCollection() > COLLECT_AFTER_BYTES ||
+         kvhost::objectsSinceCollection() > COLLECT_AFTER_OBJECTS;
+}
+
+void shutSessionDown(int id) {
+  KvfShutdown(id);
+  kvhost::sessionEnd(id);
+}
+
+void throwWhenInterrupted() {
+  if (!kvhost::takeInterrupt()) return;
+  EvaluationError error("interrupted");
+  error.interrupted = true;
+  throw error;
+}
+
+}  // namespace
+
+Interpreter::Interpreter(std::ostream& out) : out_(out) { beginSession(); }
+
+Interpreter::~Interpreter() {
+  for (int id : sessions_) shutSessionDown(id);
+  for (const auto& [name, slot] : variables_) kvhost::removeRoot(&slot->value.oop);
+}
+
+Value Interpreter::evaluate(const Node& node) {
+  try {
+    if (const auto* literal = std::get_if<Literal>(&node.content)) {
+      return Value::object(makeLiteral(*literal, roots_));
+    }
+    if (const auto* variable = std::get_if<Variable>(&node.content)) {
+      return evaluateVariable(*variable);
+    }
+    if (const auto* assignment = std::get_if<Assignment>(&node.content)) {
+      return evaluateAssignment(*assignment);
+    }
+    if (const auto* send = std::get_if<Send>(&node.content)) return evaluateSend(*send);
+    if (const auto* call = std::get_if<Call>(&node.content)) return evaluateCall(*call);
+    if (const auto* block = std::get_if<Block>(&node.content)) {
+      return {Value::Kind::Block, OOP_NIL, block->body};
+    }
+    return evaluateBrace(std::get<Brace>(node.content));
+  } catch (EvaluationError& error) {
+    if (!error.position) error.position = node.position;
+    throw;
+  }
+}
+
+Value Interpreter::evaluateVariable(const Variable& variable) {
+  auto found = variables_.find(variable.name);
+  if (found != variables_.end()) return found->second->value;
+  if (variable.name == "Session") return Value::global(Value::Kind::Session);
+  if (variable.name == "Smalltalk") return Value::global(Value::Kind::Smalltalk);
+  OopType cls = kvhost::classNamed(variable.name);
+  if (cls != OOP_NIL) return Value::object(cls);
+  throw EvaluationError(fmt::format("error: there is no variable or class '{}'", variable.name));
+}
+
+Value Interpreter::evaluateAssignment(const Assignment& assignment) {
+  Value value = evaluate(*assignment.value);
+  std::unique_ptr<VariableSlot>& slot = variables_[assignment.name];
+  if (slot == nullptr) {
+    slot = std::make_unique<VariableSlot>();
+    kvhost::addRoot(&slot->value.oop);
+  }
+  slot->value = value;
+  return value;
+}
+
+void Interpreter::evaluateInto(const Nodes& nodes, RootStack::Frame& frame,
+                               std::vector<Value>* values) {
+  for (const NodePtr& node : nodes) {
+    values->push_back(evaluate(*node));
+    frame.push(values->back());
+  }
+}
+
+Value Interpreter::evaluateSend(const Send& send) {
+  RootStack::Frame frame(roots_);
+  Value receiver = evaluate(*send.receiver);
+  frame.push(receiver);
+  std::vector<Value> arguments;
+  arguments.reserve(send.arguments.size());
+  evaluateInto(send.arguments, frame, &arguments);
+  return sendMessage(*this, receiver, send.selector, arguments);
+}
+
+Value Interpreter::evaluateCall(const Call& call) {
+  RootStack::Frame frame(roots_);
+  std::vector<Value> arguments;
+  arguments.reserve(call.arguments.size());
+  evaluateInto(call.arguments, frame, &arguments);
+  return callFunction(*this, call.function, arguments);
+}
+
+Value Interpreter::evaluateBrace(const Brace& brace) {
+  RootStack::Frame frame(roots_);
+  std::vector<Value> values;
+  evaluateInto(brace.elements, frame, &values);
+  std::vector<OopType> oops;
+  for (const Value& value : values) {
+    if (!value.isObject()) throw EvaluationError("error: an Array holds objects only");
+    oops.push_back(value.oop);
+  }
+  return Value::object(kvhost::newArray(oops));
+}
+
+Value Interpreter::run(const BlockBody& body) {
+  Value last;
+  for (const NodePtr& statement : body.statements) last = evaluate(*statement);
+  return last;
+}
+
+void Interpreter::safePointInLoop() {
+  throwWhenInterrupted();
+  if (isCollectionDue()) collect();
+}
+
+void Interpreter::safePointBetweenStatements() {
+  if (kvhost::liveObjects() < FEW_OBJECTS || isCollectionDue()) collect();
+}
+
+int64_t Interpreter::collect() {
+  int64_t closed = kvhost::collectGarbage().filesFinalized;
+  std::erase_if(fileNumbers_, [](const auto& entry) { return !kvhost::isValid(entry.first); });
+  return closed;
+}
+
+int Interpreter::fileNumber(OopType file) {
+  auto [entry, isNew] = fileNumbers_.try_emplace(file, 0);
+  if (isNew) entry->second = ++filesMade_;
+  return entry->second;
+}
+
+int Interpreter::beginSession() {
+  int id = kvhost::sessionBegin();
+  KvfStartup(id);
+  sessions_.push_back(id);
+  return id;
+}
+
+bool Interpreter::hasSession(int64_t id) const {
+  return id <= INT_MAX &&
+         std::find(sessions_.begin(), sessions_.end(), static_cast<int>(id)) != sessions_.end();
+}
+
+void Interpreter::selectSession(int64_t id) {
+  if (id != 0 && !hasSession(id)) {
+    throw EvaluationError(fmt::format("error: there is no session {}", id));
+  }
+  kvhost::sessionSelect(static_cast<int>(id));
+}
+
+void Interpreter::endSession(int64_t id) {
+  if (!hasSession(id)) throw EvaluationError(fmt::format("error: there is no session {}", id));
+  std::erase(sessions_, static_cast<int>(id));
+  shutSessionDown(static_cast<int>(id));
+}
+
+std::vector<std::string> Interpreter::variableNames() const {
+  std::vector<std::string> names;
+  names.reserve(variables_.size());
+  for (const auto& [name, slot] : variables_) names.push_back(name);
+  return names;
+}
+
+namespace {
+
+OopType makeLiteralArray(const Literal& literal, RootStack& roots) {
+  RootStack::Frame frame(roots);
+  std::vector<OopType> elements;
+  for (const Literal& element : literal.elements) {
+    elements.push_back(makeLiteral(element, roots));
+    frame.push(Value::object(elements.back()));
+  }
+  return kvhost::newArray(elements);
+}
+
+}  // namespace
+
+OopType makeLiteral(const Literal& literal, RootStack& roots) {
+  switch (literal.kind) {
+    case Literal::Kind::Nil:
+      return OOP_NIL;
+    case Literal::Kind::True:
+      return OOP_TRUE;
+    case Literal::Kind::False:
+      return OOP_FALSE;
+    case Literal::Kind::Integer:
+      return kvhost::newInteger(literal.integer);
+    case Literal::Kind::Character:
+      return oopFromCharacter(static_cast<uint32_t>(literal.integer));
+    case Literal::Kind::String:
+      return kvhost::newString(literal.bytes);
+    case Literal::Kind::Utf8:
+      return kvhost::newUtf8(literal.bytes);
+    case Literal::Kind::Utf16:
+      return kvhost::newUtf16(literal.units);
+    case Literal::Kind::Symbol:
+      return kvhost::newSymbol(literal.bytes);
+    case Literal::Kind::ByteArray:
+      return kvhost::newByteArray(literal.bytes);
+    case Literal::Kind::Array:
+      return makeLiteralArray(literal, roots);
+  }
+  return OOP_NIL;
+}
+
+}  // namespace shell

@@ -1,0 +1,242 @@
+// The command line of kvf.
+#include "action_table.h"
+#include "checker.h"
+#include "files.h"
+#include "functions.h"
+#include "instrumentation.h"
+#include "interactive.h"
+#include "interpreter.h"
+#include "kvfile/kvfile.h"
+#include "kvhost.h"
+#include "runner.h"
+
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include <unistd.h>
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+
+namespace {
+
+enum ExitCode { EXIT_DONE = 0, EXIT_RAISED = 1, EXIT_USAGE = 2 };
+
+constexpr size_t LONGEST_ANSWER_ON_TERMINAL = 1000;
+
+struct CommandLine {
+  std::vector<std::string> code;
+  std::vector<std::string> scripts;
+  std::vector<std::string> transcripts;
+  shell::CheckOptions checkOptions;
+  std::vector<std::string> faultTexts;
+  std::string helpName;
+  std::string colour = "auto";
+  bool keepGoing = false;
+  bool quiet = false;
+  shell::Instrumentation instrumentation;
+};
+
+bool wantsColour(const std::string& setting) {
+  if (setting != "auto") return setting == "always";
+  const char* noColour = std::getenv("NO_COLOR");
+  const char* terminal = std::getenv("TERM");
+  bool isDumb = terminal == nullptr || std::string_view(terminal) == "dumb";
+  return (noColour == nullptr || *noColour == '\0') && !isDumb && isatty(STDERR_FILENO) != 0;
+}
+
+void defineOptions(CLI::App& app, CommandLine& line) {
+  app.set_version_flag("--version", "kvf " KVF_VERSION);
+  app.add_option("-e,--execute", line.code, "Run CODE and exit; may be repeated")
+      ->type_name("CODE")
+      ->allow_extra_args(false);
+  app.add_flag("-k,--keep-going", line.keepGoing, "Go on after a raised error");
+  app.add_flag("-q,--quiet", line.quiet, "Do not print the answers of statements");
+  app.add_flag("--trace", line.instrumentation.trace,
+               "Print each platform call of the module to standard error");
+  app.add_option("--fault", line.faultTexts,
+                 "Make a platform call fail, as \"lseek:2:EIO\"; may be repeated")
+      ->type_name("NAME:COUNT:ACTION")
+      ->allow_extra_args(false);
+  app.add_option("--color", line.colour, "Show errors in colour: auto, always or never")
+      ->type_name("WHEN")
+      ->check(CLI::IsMember({"auto", "always", "never"}));
+}
+
+struct Commands {
+  CLI::App* run;
+  CLI::App* check;
+  CLI::App* actions;
+  CLI::App* help;
+};
+
+Commands defineCommands(CLI::App& app, CommandLine& line) {
+  Commands commands{};
+  commands.run = app.add_subcommand("run", "Run scripts; \"-\" is standard input");
+  commands.run->add_option("FILE", line.scripts, "Scripts, in one workspace")->required();
+  commands.check = app.add_subcommand("check", "Replay transcripts and show differences");
+  commands.check->add_option("FILE", line.transcripts, "Transcripts, .md or plain")->required();
+  commands.check->add_flag("--show", line.checkOptions.show,
+                           "Print text, statements and answers as they are replayed");
+  commands.actions = app.add_subcommand("actions", "List the actions and exported functions");
+  commands.help = app.add_subcommand("help", "Explain an action or exported function");
+  commands.help->add_option("NAME", line.helpName, "Its name")->required();
+  app.require_subcommand(0, 1);
+  app.fallthrough();
+  return commands;
+}
+
+int usageError(const std::string& message) {
+  std::cerr << "kvf: " << message << "\nRun kvf --help for the options.\n";
+  return EXIT_USAGE;
+}
+
+int showHelp(const std::string& name) {
+  std::string text = shell::helpFor(name);
+  if (text.empty()) {
+    std::string nearest = shell::nearestName(name);
+    return usageError(fmt::format("there is no action or function '{}'{}", name,
+                                  nearest.empty() ? "" : "; did you mean " + nearest + "?"));
+  }
+  std::cout << text;
+  return EXIT_DONE;
+}
+
+int exitCodeOf(shell::RunResult result) {
+  switch (result) {
+    case shell::RunResult::Success:
+      return EXIT_DONE;
+    case shell::RunResult::Failed:
+      return EXIT_RAISED;
+    case shell::RunResult::SyntaxFailed:
+      break;
+  }
+  return EXIT_USAGE;
+}
+
+struct Script {
+  std::string name;
+  std::string text;
+};
+
+// All scripts are read before the first runs, so that a name that is wrong stops everything.
+bool readScripts(const CommandLine& line, std::vector<Script>* scripts) {
+  for (const std::string& code : line.code) scripts->push_back({"-e", code});
+  std::vector<std::string> files = line.scripts;
+  if (line.code.empty() && files.empty()) files.emplace_back("-");
+  for (const std::string& file : files) {
+    Script script{file == "-" ? "standard input" : file, ""};
+    std::string problem;
+    if (!shell::readWholeFile(file, &script.text, &problem)) {
+      std::cerr << "kvf: " << file << ": " << problem << '\n';
+      return false;
+    }
+    scripts->push_back(std::move(script));
+  }
+  return true;
+}
+
+int runScripts(shell::Interpreter& interpreter, const shell::RunOptions& options,
+               const std::vector<Script>& scripts) {
+  shell::Runner runner(interpreter, std::cerr, options);
+  int worst = EXIT_DONE;
+  for (const Script& script : scripts) {
+    worst = std::max(worst, exitCodeOf(runner.run(script.text, script.name)));
+    if (worst != EXIT_DONE && !options.keepGoing) break;
+  }
+  return worst;
+}
+
+shell::RunOptions runOptions(const CommandLine& line) {
+  shell::RunOptions options;
+  options.keepGoing = line.keepGoing;
+  options.printAnswers = !line.quiet;
+  options.colour = wantsColour(line.colour);
+  if (isatty(STDOUT_FILENO) != 0) options.longestAnswer = LONGEST_ANSWER_ON_TERMINAL;
+  return options;
+}
+
+int runWorkspace(const CommandLine& line) {
+  bool isInteractive = line.code.empty() && line.scripts.empty() && isatty(STDIN_FILENO) != 0;
+  std::vector<Script> scripts;
+  if (!isInteractive && !readScripts(line, &scripts)) return EXIT_USAGE;
+  shell::RunOptions options = runOptions(line);
+  shell::Interpreter interpreter(std::cout);
+  line.instrumentation.apply();
+  int code = EXIT_DONE;
+  try {
+    if (isInteractive) {
+      options.places = false;
+      code = shell::runInteractively(interpreter, options);
+    } else {
+      code = runScripts(interpreter, options, scripts);
+    }
+  } catch (const shell::QuitRequest& request) {
+    code = request.exitCode;
+  }
+  shell::Instrumentation::remove();
+  return code;
+}
+
+int runCommand(const Commands& commands, CommandLine& line) {
+  for (const std::string& text : line.faultTexts) {
+    seam::Fault fault;
+    std::string problem;
+    if (!seam::parseFault(text, &fault, &problem)) return usageError("--fault: " + problem);
+    line.instrumentation.faults.push_back(fault);
+  }
+  if (*commands.actions) {
+    std::cout << shell::actionListing();
+    return EXIT_DONE;
+  }
+  if (*commands.help) return showHelp(line.helpName);
+  if (*commands.check)
+    return shell::checkTranscripts(line.transcripts, line.checkOptions, line.instrumentation);
+  return runWorkspace(line);
+}
+
+bool prepareModule() {
+  kvhost::initialize();
+  shell::containTestFaults();
+  bool actionsDeclared = KvfUserActionInit() != 0;
+  bool passiveActionsDeclared = KvfPassiveObjActionInit() != 0;
+  return actionsDeclared && passiveActionsDeclared;
+}
+
+int realMain(int argc, char** argv) {
+  CommandLine line;
+  CLI::App app(
+      "A workspace for the file module: without arguments, interactive on a terminal, else "
+      "it runs standard input as a script.",
+      "kvf");
+  defineOptions(app, line);
+  Commands commands = defineCommands(app, line);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
+  }
+  if (!line.code.empty() && (!app.get_subcommands().empty())) {
+    return usageError("-e and a command exclude each other");
+  }
+  if (!prepareModule()) std::cerr << "kvf: some actions could not be declared\n";
+  int code = runCommand(commands, line);
+  std::cout << std::flush;
+  if (!std::cout || std::fflush(stdout) != 0) {
+    std::cerr << "kvf: standard output cannot be written\n";
+    return std::max<int>(code, EXIT_RAISED);
+  }
+  return code;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return realMain(argc, argv);
+  } catch (const std::exception& error) {
+    std::cerr << "kvf: " << error.what() << '\n';
+    return EXIT_RAISED;
+  }
+}

@@ -1,0 +1,183 @@
+// Messages that every object understands, and those of classes.
+#include "kvhost.h"
+#include "messages.h"
+#include "printer.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+
+namespace shell {
+namespace {
+
+constexpr int64_t MAX_NEW_SIZE = int64_t{1} << 30;
+
+Value classMessage(Interpreter&, const Value& receiver, Arguments) {
+  if (!receiver.isObject()) doesNotUnderstand(receiver, "class");
+  return Value::object(kvhost::classOf(receiver.oop));
+}
+
+bool isNilValue(const Value& value) { return value.isObject() && value.oop == OOP_NIL; }
+
+Value isNil(Interpreter&, const Value& receiver, Arguments) {
+  return Value::boolean(isNilValue(receiver));
+}
+
+Value notNil(Interpreter&, const Value& receiver, Arguments) {
+  return Value::boolean(!isNilValue(receiver));
+}
+
+bool isIdentical(const Value& left, const Value& right) {
+  return left.kind == right.kind && left.oop == right.oop && left.block == right.block;
+}
+
+// Equal: identical, or integers, texts, bytes or Arrays of one class with equal contents.
+bool isEqual(const Value& left, const Value& right) {
+  if (isIdentical(left, right)) return true;
+  if (isInteger(left) && isInteger(right)) {
+    return integerOf(left, "receiver") == integerOf(right, "argument");
+  }
+  if (!left.isObject() || !right.isObject()) return false;
+  if (kvhost::classOf(left.oop) != kvhost::classOf(right.oop)) return false;
+  if (isByteObject(left)) return kvhost::bytesOf(left.oop) == kvhost::bytesOf(right.oop);
+  if (!isArray(left)) return false;
+  std::vector<OopType> a = kvhost::elementsOf(left.oop);
+  std::vector<OopType> b = kvhost::elementsOf(right.oop);
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](OopType x, OopType y) {
+    return isEqual(Value::object(x), Value::object(y));
+  });
+}
+
+Value equal(Interpreter&, const Value& receiver, Arguments arguments) {
+  return Value::boolean(isEqual(receiver, arguments[0]));
+}
+
+Value notEqual(Interpreter&, const Value& receiver, Arguments arguments) {
+  return Value::boolean(!isEqual(receiver, arguments[0]));
+}
+
+Value identical(Interpreter&, const Value& receiver, Arguments arguments) {
+  return Value::boolean(isIdentical(receiver, arguments[0]));
+}
+
+Value notIdentical(Interpreter&, const Value& receiver, Arguments arguments) {
+  return Value::boolean(!isIdentical(receiver, arguments[0]));
+}
+
+Value yourself(Interpreter&, const Value& receiver, Arguments) { return receiver; }
+
+Value printStringMessage(Interpreter& interpreter, const Value& receiver, Arguments) {
+  return Value::object(kvhost::newString(printString(interpreter, receiver)));
+}
+
+Value displayStringMessage(Interpreter& interpreter, const Value& receiver, Arguments) {
+  return Value::object(kvhost::newString(displayString(interpreter, receiver)));
+}
+
+Value printNl(Interpreter& interpreter, const Value& receiver, Arguments) {
+  interpreter.out() << printString(interpreter, receiver) << '\n' << std::flush;
+  return receiver;
+}
+
+Value displayNl(Interpreter& interpreter, const Value& receiver, Arguments) {
+  interpreter.out() << displayString(interpreter, receiver) << '\n' << std::flush;
+  return receiver;
+}
+
+Value objectId(Interpreter&, const Value& receiver, Arguments) {
+  if (!receiver.isObject()) doesNotUnderstand(receiver, "objectId");
+  return Value::object(kvhost::newInteger(static_cast<int64_t>(receiver.oop)));
+}
+
+Value beInvariant(Interpreter&, const Value& receiver, Arguments) {
+  if (!isByteObject(receiver) && !isArray(receiver)) doesNotUnderstand(receiver, "beInvariant");
+  kvhost::makeInvariant(receiver.oop);
+  return receiver;
+}
+
+Value isKindOf(Interpreter&, const Value& receiver, Arguments arguments) {
+  if (!receiver.isObject() || !isClass(arguments[0])) doesNotUnderstand(receiver, "isKindOf:");
+  return Value::boolean(KciIsKindOfClass(receiver.oop, arguments[0].oop) != 0);
+}
+
+// ---- classes ----
+
+Value nameMessage(Interpreter&, const Value& receiver, Arguments) {
+  if (!isClass(receiver)) doesNotUnderstand(receiver, "name");
+  return Value::object(kvhost::newString(kvhost::className(receiver.oop)));
+}
+
+Value newMessage(Interpreter& interpreter, const Value& receiver, Arguments) {
+  if (!isClass(receiver)) doesNotUnderstand(receiver, "new");
+  if (receiver.oop == kvhost::CLASS_KV_FILE) {
+    OopType file = kvhost::newKvFile();
+    interpreter.fileNumber(file);
+    return Value::object(file);
+  }
+  OopType result = KciNewOop(receiver.oop);
+  if (result == OOP_NIL) throwPendingError(interpreter);
+  return Value::object(result);
+}
+
+int64_t sizeArgument(const Value& value) {
+  int64_t size = integerOf(value, "size");
+  if (size < 0 || size > MAX_NEW_SIZE) {
+    throw EvaluationError(fmt::format("error: the size {} is not in 0 to {}", size, MAX_NEW_SIZE));
+  }
+  return size;
+}
+
+Value newFilled(Interpreter& interpreter, const Value& cls, int64_t size, const Value& filler) {
+  if (cls.oop == OOP_CLASS_ARRAY) {
+    return Value::object(
+        kvhost::newArray(std::vector<OopType>(static_cast<size_t>(size), filler.oop)));
+  }
+  int64_t byte = oopIsCharacter(filler.oop) != 0
+                     ? static_cast<int64_t>(oopCharacterCode(filler.oop))
+                     : integerOf(filler, "element");
+  if (byte < 0 || byte > 255) throw EvaluationError("error: the element is no byte, 0 to 255");
+  std::string bytes(static_cast<size_t>(size), static_cast<char>(byte));
+  OopType result = KciNewByteObj(cls.oop, bytes.data(), bytes.size());
+  if (result == OOP_NIL) throwPendingError(interpreter);
+  return Value::object(result);
+}
+
+Value newSized(Interpreter& interpreter, const Value& receiver, Arguments arguments) {
+  if (!isClass(receiver)) doesNotUnderstand(receiver, "new:");
+  Value filler = receiver.oop == OOP_CLASS_ARRAY ? Value() : Value::object(kvhost::newInteger(0));
+  return newFilled(interpreter, receiver, sizeArgument(arguments[0]), filler);
+}
+
+Value newWithAll(Interpreter& interpreter, const Value& receiver, Arguments arguments) {
+  if (!isClass(receiver)) doesNotUnderstand(receiver, "new:withAll:");
+  return newFilled(interpreter, receiver, sizeArgument(arguments[0]), arguments[1]);
+}
+
+constexpr std::array MESSAGES = {
+    Message{"class", classMessage},
+    Message{"isNil", isNil},
+    Message{"notNil", notNil},
+    Message{"=", equal},
+    Message{"~=", notEqual},
+    Message{"==", identical},
+    Message{"~~", notIdentical},
+    Message{"yourself", yourself},
+    Message{"printString", printStringMessage},
+    Message{"displayString", displayStringMessage},
+    Message{"printNl", printNl},
+    Message{"displayNl", displayNl},
+    Message{"objectId", objectId},
+    Message{"beInvariant", beInvariant},
+    Message{"isKindOf:", isKindOf},
+    Message{"name", nameMessage},
+    Message{"new", newMessage},
+    Message{"new:", newSized},
+    Message{"new:withAll:", newWithAll},
+};
+
+}  // namespace
+
+std::span<const Message> objectMessages() { return MESSAGES; }
+
+}  // namespace shell

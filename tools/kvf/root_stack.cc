@@ -1,0 +1,23 @@
+#include "root_stack.h"
+
+#include "kvhost.h"
+
+namespace shell {
+
+RootStack::~RootStack() {
+  for (const OopType& slot : slots_) kvhost::removeRoot(&slot);
+}
+
+RootStack::Frame::~Frame() {
+  while (stack_.depth_ > base_) stack_.slots_[--stack_.depth_] = OOP_NIL;
+}
+
+void RootStack::push(OopType oop) {
+  if (depth_ == slots_.size()) {
+    slots_.push_back(OOP_NIL);
+    kvhost::addRoot(&slots_.back());
+  }
+  slots_[depth_++] = oop;
+}
+
+}  // namespace shell

@@ -1,0 +1,51 @@
+// What an expression of the shell's language can answer, and how its evaluation fails.
+#pragma once
+
+#include "kci.h"
+#include "syntax.h"
+
+#include <memory>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+
+namespace shell {
+
+// An object of the object memory, a block, or one of the two globals that are no objects there.
+// A Value roots nothing by itself; see RootStack.
+struct Value {
+  enum class Kind { Object, Block, Session, Smalltalk } kind = Kind::Object;
+  OopType oop = OOP_NIL;                   // Object
+  std::shared_ptr<const BlockBody> block;  // Block
+
+  static Value object(OopType oop) { return {Kind::Object, oop, nullptr}; }
+  static Value boolean(bool truth) { return object(oopFromBool(truth ? TRUE : FALSE)); }
+  static Value global(Kind kind) { return {kind, OOP_NIL, nullptr}; }
+
+  bool isObject() const { return kind == Kind::Object; }
+  bool isBlock() const { return kind == Kind::Block; }
+  bool isTrue() const { return isObject() && oop == OOP_TRUE; }
+  bool isFalse() const { return isObject() && oop == OOP_FALSE; }
+};
+
+using Arguments = std::span<const Value>;
+
+// A statement failed: an error was raised, or the shell itself refused something. what() is the
+// whole line to show, without the place.
+class EvaluationError : public std::runtime_error {
+ public:
+  explicit EvaluationError(const std::string& text, int errorNumber = 0)
+      : std::runtime_error(text), number(errorNumber) {}
+
+  int number;                        // of a raised error; 0 where the shell refused
+  bool interrupted = false;          // the user stopped it; nothing went wrong
+  std::optional<Position> position;  // innermost message or call, once it is known
+};
+
+// The program asked to leave the shell.
+struct QuitRequest {
+  int exitCode;
+};
+
+}  // namespace shell
