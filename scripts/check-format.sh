@@ -1,0 +1,7 @@
+#!/usr/bin/env bash
+# Fails where a source file is not formatted as .clang-format says.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+echo "Checking the format"
+find src standalone tools tests -name '*.cc' -o -name '*.h' | sort |
+  xargs clang-format-14 --dry-run --Werror

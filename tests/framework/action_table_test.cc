@@ -1,0 +1,187 @@
+// What is declared to the interface: every action, in order, whatever becomes of the others.
+#include "framework/class_error.h"
+#include "support/module_fixture.h"
+
+namespace kvtest {
+namespace {
+
+struct Row {
+  const char* name;
+  int argumentCount;
+};
+
+constexpr Row FILE_ACTIONS[] = {
+    {"KvfRename", 3},
+    {"KvfOpen", 4},
+    {"KvfAtEnd", 1},
+    {"KvfClose", 1},
+    {"KvfFlush", 1},
+    {"KvfSync", 1},
+    {"KvfPosition", 1},
+    {"KvfIsOpen", 1},
+    {"KvfCloseAll", 1},
+    {"KvfFinalizeAll", 1},
+    {"KvfClassError", 2},
+    {"KvfUnlink", 2},
+    {"KvfModTime", 2},
+    {"KvfSize", 2},
+    {"KvfVersionParam", 2},
+    {"KvfRmdir", 2},
+    {"KvfMkdir", 3},
+    {"KvfIsDir", 2},
+    {"KvfGetC", 1},
+    {"KvfPutC", 2},
+    {"KvfPrintBytes", 2},
+    {"KvfGetLine", 5},
+    {"KvfLoadByteStrings", 3},
+    {"KvfDirectory", 3},
+    {"KvfFileKind", 2},
+    {"KvfExpandEnvVar", 3},
+    {"KvfSetEnvVar", 3},
+    {"KvfRead", 4},
+    {"KvfSeek", 3},
+    {"KvfWrite", 4},
+    {"KvfCreateStdFile", 2},
+    {"KvfGetFileDesc", 1},
+    {"KvfErrorString", 1},
+    {"KvfErrorCode", 1},
+    {"KvfKciLog", 2},
+    {"KvfClientFinalize", 1},
+    {"KvfAllValidFileModes", 2},
+    {"KvfIsCompressed", 1},
+    {"KvfKciGetSocketBufSize", 2},
+    {"KvfKciSetSocketBufSize", 3},
+    {"KvfLock", 5},
+    {"KvfUnlock", 3},
+    {"KvfLockQuery", 4},
+    {"KvfTestClientHandler", 1},
+};
+constexpr Row PASSIVE_ACTIONS[] = {
+    {"KvfPassiveObjPrint", 1},
+    {"KvfPassiveObjLoadByteStrings", 4},
+};
+
+class ActionTable : public ModuleTest {
+ protected:
+  void SetUp() override {
+    ModuleTest::SetUp();
+    kvhost::forgetDeclaredActions();
+    storeClassErrorString("pending");
+    classErrorCode = 77;
+  }
+  void TearDown() override {
+    seam::clearFaults();
+    kvhost::forgetDeclaredActions();
+    EXPECT_TRUE(KvfUserActionInit());
+    EXPECT_TRUE(KvfPassiveObjActionInit());
+    ModuleTest::TearDown();
+  }
+
+  // The declarations of one initialisation, in the form that the seam shows.
+  template <size_t COUNT>
+  static std::vector<std::string> expectedDeclarations(const Row (&rows)[COUNT]) {
+    std::vector<std::string> declarations;
+    for (const Row& row : rows)
+      declarations.push_back("\"" + std::string(row.name) + "\", ptr, " +
+                             std::to_string(row.argumentCount) + ", 6, 1");
+    return declarations;
+  }
+
+  template <typename Init>
+  std::vector<std::string> declarationsOf(Init init, BoolType* answer) {
+    std::vector<std::string> declarations;
+    for (const seam::Call& each : callsDuring([&] { *answer = init(); }))
+      if (each.name == "KciDeclareAction") declarations.push_back(each.arguments);
+    return declarations;
+  }
+
+  static void expectClassErrorCleared() {
+    EXPECT_EQ(classErrorCode, 0);
+    EXPECT_STREQ(classErrorString, "");
+  }
+
+  BoolType answer_ = FALSE;
+};
+
+TEST_F(ActionTable, DeclaresEveryFileActionInOrder) {
+  EXPECT_EQ(declarationsOf(KvfUserActionInit, &answer_), expectedDeclarations(FILE_ACTIONS));
+  EXPECT_EQ(answer_, TRUE);
+  expectClassErrorCleared();
+  EXPECT_EQ(std::size(FILE_ACTIONS), 44U);
+}
+
+TEST_F(ActionTable, DeclaresThePassiveActionsApart) {
+  EXPECT_EQ(declarationsOf(KvfPassiveObjActionInit, &answer_),
+            expectedDeclarations(PASSIVE_ACTIONS));
+  EXPECT_EQ(answer_, TRUE);
+  EXPECT_EQ(classErrorCode, 77) << "and leaves the class-level error alone";
+  EXPECT_STREQ(classErrorString, "pending");
+}
+
+TEST_F(ActionTable, WhatIsDeclaredCanBeCalled) {
+  EXPECT_TRUE(KvfUserActionInit());
+  EXPECT_TRUE(KvfPassiveObjActionInit());
+  const std::vector<kvhost::DeclaredAction> declared = kvhost::declaredActions();
+  ASSERT_EQ(declared.size(), 46U);
+  std::vector<Row> rows(std::begin(FILE_ACTIONS), std::end(FILE_ACTIONS));
+  rows.insert(rows.end(), std::begin(PASSIVE_ACTIONS), std::end(PASSIVE_ACTIONS));
+  for (size_t i = 0; i < rows.size(); ++i) {
+    EXPECT_EQ(declared[i].name, rows[i].name);
+    EXPECT_EQ(declared[i].argumentCount, rows[i].argumentCount) << rows[i].name;
+    EXPECT_EQ(declared[i].flags, static_cast<unsigned>(UAFLAG_SYSTEM | UAFLAG_KVFILE));
+    const std::vector<OopType> tooMany(9, OOP_NIL);
+    const kvhost::Outcome outcome =
+        kvhost::callAction(rows[i].name, tooMany.data(), rows[i].argumentCount + 1);
+    EXPECT_EQ(outcome.status, kvhost::CallStatus::WrongArgumentCount);
+    EXPECT_EQ(outcome.expectedCount, rows[i].argumentCount);
+  }
+}
+
+TEST_F(ActionTable, OneFailedDeclarationDoesNotStopTheOthers) {
+  const auto everything = expectedDeclarations(FILE_ACTIONS);
+  for (int64_t failing = 1; failing <= 44; ++failing) {
+    kvhost::forgetDeclaredActions();
+    classErrorCode = 77;
+    storeClassErrorString("pending");
+    seam::clearFaults();
+    seam::addFault({"KciDeclareAction", failing, false, seam::Fault::Kind::Error, 0});
+    EXPECT_EQ(declarationsOf(KvfUserActionInit, &answer_), everything);
+    EXPECT_EQ(answer_, FALSE) << failing;
+    EXPECT_EQ(kvhost::declaredActions().size(), 43U);
+    expectClassErrorCleared();
+  }
+}
+
+TEST_F(ActionTable, AFailedPassiveDeclarationDoesNotStopTheOther) {
+  for (int64_t failing = 1; failing <= 2; ++failing) {
+    kvhost::forgetDeclaredActions();
+    seam::clearFaults();
+    seam::addFault({"KciDeclareAction", failing, false, seam::Fault::Kind::Error, 0});
+    EXPECT_EQ(declarationsOf(KvfPassiveObjActionInit, &answer_),
+              expectedDeclarations(PASSIVE_ACTIONS));
+    EXPECT_EQ(answer_, FALSE) << failing;
+    EXPECT_EQ(kvhost::declaredActions().size(), 1U);
+  }
+}
+
+TEST_F(ActionTable, DeclaringTwiceFailsAndStillClearsTheClassError) {
+  EXPECT_TRUE(KvfUserActionInit());
+  classErrorCode = 77;
+  storeClassErrorString("pending");
+  EXPECT_EQ(declarationsOf(KvfUserActionInit, &answer_).size(), 44U);
+  EXPECT_EQ(answer_, FALSE);
+  EXPECT_EQ(kvhost::declaredActions().size(), 44U);
+  expectClassErrorCleared();
+}
+
+TEST_F(ActionTable, AnyNonZeroResultCountsAsDeclared) {
+  seam::addFault({"KciDeclareAction", 1, true, seam::Fault::Kind::Result, 2});
+  EXPECT_EQ(KvfUserActionInit(), TRUE);
+  EXPECT_EQ(KvfPassiveObjActionInit(), TRUE);
+  seam::clearFaults();
+  seam::addFault({"KciDeclareAction", 2, false, seam::Fault::Kind::Result, 4});
+  EXPECT_EQ(KvfUserActionInit(), TRUE) << "1 and 4 have no bit in common";
+}
+
+}  // namespace
+}  // namespace kvtest

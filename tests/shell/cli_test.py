@@ -1,0 +1,380 @@
+#!/usr/bin/env python3
+"""Tests of the kvf program from outside. The program's path is $KVF or the first argument."""
+
+import os
+import pathlib
+import pty
+import re
+import select
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+KVF = os.environ.get("KVF", "")
+
+
+class CommandLineTest(unittest.TestCase):
+    """Each test has a directory of its own."""
+
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.addCleanup(self.folder.cleanup)
+        self.path = pathlib.Path(self.folder.name)
+
+    def kvf(self, *arguments, stdin="", environment=None):
+        return subprocess.run([KVF, *arguments], input=stdin, cwd=self.path, capture_output=True,
+                              text=True, timeout=60, check=False,
+                              env={**os.environ, **(environment or {})})
+
+    def write(self, name, text):
+        (self.path / name).write_text(text, encoding="utf-8")
+        return name
+
+    def test_help_and_version_succeed(self):
+        result = self.kvf("--help")
+        self.assertEqual(result.returncode, 0)
+        for word in ("run", "check", "actions", "help", "--keep-going", "--trace", "--fault"):
+            self.assertIn(word, result.stdout)
+        result = self.kvf("--version")
+        self.assertEqual(result.returncode, 0)
+        self.assertRegex(result.stdout, r"^kvf \d+\.\d+\.\d+\n$")
+
+    def test_wrong_usage_is_2(self):
+        for arguments in (["--nonsense"], ["run"], ["check"], ["help"], ["help", "Nothing"],
+                          ["--fault", "nonsense", "-e", "1"], ["--color", "mauve", "-e", "1"],
+                          ["run", "missing.kvf"], ["check", "missing.md"], ["-e", "1 )"],
+                          ["-e", "1", "actions"]):
+            result = self.kvf(*arguments)
+            self.assertEqual(result.returncode, 2, arguments)
+            self.assertNotEqual(result.stderr, "", arguments)
+            self.assertEqual(result.stdout, "", arguments)
+
+    def test_an_unreadable_file_is_named(self):
+        (self.path / "folder").mkdir()
+        result = self.kvf("run", "folder")
+        self.assertEqual(result.returncode, 2)
+        self.assertEqual(result.stderr, "kvf: folder: Is a directory\n")
+
+    def test_every_script_is_read_before_the_first_runs(self):
+        result = self.kvf("run", self.write("a.kvf", "1"), "missing.kvf")
+        self.assertEqual((result.returncode, result.stdout), (2, ""))
+
+    def test_code_on_the_command_line_shares_a_workspace(self):
+        result = self.kvf("-e", "a := 3", "-e", "a + 4")
+        self.assertEqual((result.returncode, result.stdout), (0, "3\n7\n"))
+
+    def test_standard_input_is_a_script(self):
+        result = self.kvf(stdin="1 + 1\n'x' , 'y'")
+        self.assertEqual((result.returncode, result.stdout), (0, "2\n'xy'\n"))
+        result = self.kvf("run", self.write("a.kvf", "b := 1"), "-", stdin="b + 1")
+        self.assertEqual(result.stdout, "1\n2\n")
+
+    def test_a_script_from_standard_input_is_read_whole_first(self):
+        result = self.kvf(stdin="f := KvFile new\nKvfCreateStdFile(f, 0)\n"
+                                "KvfGetLine(f, nil, 1, 10, nil)\n'still run'")
+        self.assertEqual(result.stdout, "aKvFile#1\n1\nnil\n'still run'\n")
+
+    def test_code_leaves_standard_input_to_the_actions(self):
+        code = "f := KvFile new. KvfCreateStdFile(f, 0). KvfGetLine(f, nil, 1, 10, nil)"
+        self.assertTrue(self.kvf("-e", code, stdin="typed\n").stdout.endswith("e'typed\\n'\n"))
+
+    def test_a_script_stops_at_the_first_error_unless_told_otherwise(self):
+        script = self.write("a.kvf", "1\nKvfClose(KvFile new)\n  3 foo\n2\n")
+        result = self.kvf("run", script)
+        self.assertEqual((result.returncode, result.stdout), (1, "1\n"))
+        self.assertEqual(result.stderr, "a.kvf:2:1: error 2364 (file object is not registered in "
+                                        "this session), not fatal, arguments: aKvFile#1\n")
+        result = self.kvf("--keep-going", "run", script)
+        self.assertEqual((result.returncode, result.stdout), (1, "1\n2\n"))
+        self.assertIn("a.kvf:3:5: error: SmallInteger does not understand #foo", result.stderr)
+
+    def test_a_syntax_error_runs_nothing_and_shows_the_place(self):
+        result = self.kvf("run", self.write("a.kvf", "1\nx := #[1 300]\n"))
+        self.assertEqual((result.returncode, result.stdout), (2, ""))
+        self.assertEqual(result.stderr,
+                         "syntax error: a.kvf:2:10: an integer of 0 to 255 or ']' expected\n"
+                         "  x := #[1 300]\n           ^\n")
+
+    def test_quiet_prints_only_what_is_asked_for(self):
+        self.assertEqual(self.kvf("-q", "-e", "1. 2 printNl. 3").stdout, "2\n")
+
+    def test_quit_chooses_the_exit_code(self):
+        result = self.kvf("-e", "1. Smalltalk quit: 5. 2")
+        self.assertEqual((result.returncode, result.stdout), (5, "1\n"))
+
+    def test_colours_obey_the_option_and_the_environment(self):
+        self.assertNotIn("\033", self.kvf("-e", "3 foo").stderr)
+        self.assertIn("\033[31m", self.kvf("--color=always", "-e", "3 foo").stderr)
+        self.assertNotIn("\033", self.kvf("--color=never", "-e", "3 foo").stderr)
+
+    def test_long_answers_are_not_cut_off_a_terminal(self):
+        result = self.kvf("-e", "String new: 5000 withAll: $x")
+        self.assertEqual(len(result.stdout), 5003)
+
+    def test_actions_and_help_describe_the_table(self):
+        listing = self.kvf("actions")
+        self.assertEqual(listing.returncode, 0)
+        rows = [line for line in listing.stdout.splitlines() if re.match(r"Kvf?\w+\(", line)]
+        self.assertEqual(len(rows), 46 + 9)
+        result = self.kvf("help", "KvfSeek")
+        self.assertEqual(result.returncode, 0)
+        self.assertTrue(result.stdout.startswith("KvfSeek(oFile, oPosition, oKind)\n"))
+        self.assertIn("Answers: ", result.stdout)
+
+    def test_trace_prints_the_calls_of_the_module(self):
+        result = self.kvf("--trace", "-e", "KvfSize(KvFile, 'nothing')")
+        self.assertEqual(result.stdout, "-1\n")
+        self.assertRegex(result.stderr, r'(?m)^ *\d+  HostFileExistSize\("nothing", .* us$')
+
+    def test_faults_befall_the_calls_they_name(self):
+        result = self.kvf("--fault", "HostOpenFile:2:EACCES", "-e",
+                          "KvfOpen(KvFile new, 'x', 'w', false). KvfOpen(KvFile new, 'x', 'r', "
+                          "false). KvfErrorCode(nil)")
+        self.assertEqual(result.stdout, "1\nnil\n13\n")
+
+    def test_the_deliberate_fault_is_contained(self):
+        result = self.kvf("-k", "-e", "Smalltalk testPointerFaults: true. "
+                          "KvfTestClientHandler(KvFile). KvfTestClientHandler(KvFile). 3 + 4. "
+                          "Smalltalk testPointerFaults: false. KvfTestClientHandler(KvFile)")
+        self.assertEqual((result.returncode, result.stdout), (1, "true\n7\nfalse\nnil\n"))
+        self.assertEqual(result.stderr.count("the fault was contained"), 2)
+
+    def test_descriptors_are_the_same_after_a_script(self):
+        result = self.kvf("-q", "-e", "before := Smalltalk openDescriptors. 50 timesRepeat: "
+                          "[f := KvFile new. KvfOpen(f, 'x', 'w', false)]. f := nil. "
+                          "(Smalltalk openDescriptors - before) printNl")
+        self.assertEqual(result.stdout, "0\n")
+
+    def test_check_accepts_what_agrees(self):
+        self.write("a.kvt", "> 3 + 4\n7\n> Smalltalk processId\n...\n> 'a' printNl\n'a'\n'a'\n")
+        result = self.kvf("check", "a.kvt")
+        self.assertEqual((result.returncode, result.stdout),
+                         (0, "a.kvt: 3 exchanges, all as expected\n"))
+
+    def test_check_shows_what_differs(self):
+        self.write("a.md", "# Title\n\n```kvf\n> 3 + 4\n8\n> 1\n1\n```\n")
+        result = self.kvf("check", "a.md")
+        self.assertEqual(result.returncode, 1)
+        self.assertEqual(result.stdout, "--- a.md\n+++ a.md (replayed)\n@@ -4,2 +4,2 @@\n > 3 + 4\n"
+                                        "-8\n+7\na.md: 2 exchanges, with differences\n")
+
+    def test_check_gives_each_file_a_fresh_workspace(self):
+        self.write("a.kvt", "> x := 1. Session current\n1\n1\n"
+                            "> KvfOpen(KvFile new, 'made', 'w', false)\n1\n")
+        self.write("b.kvt", "> x\nerror: there is no variable or class 'x'\n> Session current\n1\n"
+                            "> KvfSize(KvFile, 'made')\n-1\n")
+        result = self.kvf("check", "a.kvt", "b.kvt")
+        self.assertEqual(result.returncode, 0, result.stdout)
+        self.assertFalse((self.path / "made").exists())
+
+    def test_check_leaves_no_directory_behind(self):
+        self.write("a.kvt", "> KvfOpen(KvFile new, 'x', 'w', false)\n1\n")
+        temporary = self.path / "tmp"
+        temporary.mkdir()
+        self.kvf("check", "a.kvt", environment={"TMPDIR": str(temporary)})
+        self.assertEqual(list(temporary.iterdir()), [])
+
+    def test_check_refuses_what_is_no_transcript(self):
+        self.write("a.kvt", "7\n> 3 + 4\n")
+        result = self.kvf("check", "a.kvt")
+        self.assertEqual(result.returncode, 2)
+        self.assertEqual(result.stderr, "kvf: a.kvt:1: an answer before any statement\n")
+        self.write("empty.md", "no block\n")
+        self.assertEqual(self.kvf("check", "empty.md").returncode, 2)
+
+    def test_an_unwritable_standard_output_is_reported(self):
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            result = subprocess.run([KVF, "-e", "3"], stdout=full, stderr=subprocess.PIPE, text=True,
+                                    stdin=subprocess.DEVNULL, timeout=60, check=False)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("standard output cannot be written", result.stderr)
+
+
+class Terminal:
+    """kvf on a pseudo-terminal."""
+
+    def __init__(self, folder, *arguments):
+        self.pid, self.descriptor = pty.fork()
+        if self.pid == 0:
+            os.chdir(folder)
+            environment = {**os.environ, "TERM": "vt100", "XDG_STATE_HOME": str(folder / "state"),
+                           "NO_COLOR": "1"}
+            os.execve(KVF, [KVF, *arguments], environment)
+        self.seen = ""
+
+    def expect(self, text, seconds=20):
+        """Reads until `text` has appeared; answers what came up to its end."""
+        end = time.monotonic() + seconds
+        while text not in self.seen:
+            left = end - time.monotonic()
+            if left <= 0 or not select.select([self.descriptor], [], [], left)[0]:
+                raise AssertionError(f"no {text!r} in {self.seen!r}")
+            try:
+                piece = os.read(self.descriptor, 4096)
+            except OSError:
+                piece = b""
+            if not piece:
+                raise AssertionError(f"the end before {text!r} in {self.seen!r}")
+            self.seen += piece.decode("utf-8", "replace")
+        index = self.seen.index(text) + len(text)
+        before, self.seen = self.seen[:index], self.seen[index:]
+        return before
+
+    def send(self, text):
+        os.write(self.descriptor, text.encode())
+
+    def exit_code(self):
+        """Reads to the end and waits."""
+        while True:
+            try:
+                if not os.read(self.descriptor, 4096):
+                    break
+            except OSError:
+                break
+        status = os.waitpid(self.pid, 0)[1]
+        os.close(self.descriptor)
+        return os.waitstatus_to_exitcode(status)
+
+    def close(self):
+        self.send("\x04")
+        return self.exit_code()
+
+
+class InteractiveTest(unittest.TestCase):
+
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.addCleanup(self.folder.cleanup)
+        self.path = pathlib.Path(self.folder.name)
+
+    def start(self, *arguments):
+        terminal = Terminal(self.path, *arguments)
+        terminal.expect("kvf> ")
+        return terminal
+
+    def test_statements_errors_and_the_end(self):
+        terminal = self.start()
+        terminal.send("3 + 4\r")
+        terminal.expect("\n7\r\n")
+        terminal.expect("kvf> ")
+        terminal.send("KvfClose(KvFile new)\r")
+        terminal.expect("error 2364 (file object is not registered")
+        terminal.expect("kvf> ")
+        terminal.send("1 )\r")
+        terminal.expect("syntax error: input:1:3:")
+        terminal.expect("kvf> ")
+        self.assertEqual(terminal.close(), 0)
+
+    def test_open_brackets_continue_on_the_next_line(self):
+        terminal = self.start()
+        terminal.send("(3 +\r")
+        terminal.expect("...> ")
+        terminal.send("4)\r")
+        terminal.expect("\n7\r\n")
+        terminal.expect("kvf> ")
+        self.assertEqual(terminal.close(), 0)
+
+    def test_history_is_kept_between_runs(self):
+        terminal = self.start()
+        terminal.send("'kept' , 'line'\r")
+        terminal.expect("'keptline'")
+        terminal.expect("kvf> ")
+        self.assertEqual(terminal.close(), 0)
+        self.assertTrue((self.path / "state/kvf/history").exists())
+        terminal = self.start()
+        terminal.send("\x10\r")
+        terminal.expect("'keptline'")
+        terminal.expect("kvf> ")
+        self.assertEqual(terminal.close(), 0)
+
+    def test_tab_completes_names_and_paths(self):
+        (self.path / "unusual-name.txt").write_text("x", encoding="utf-8")
+        terminal = self.start()
+        terminal.send("KvfSi\tKvFile, 'unus\t')\r")
+        terminal.expect("\n1\r\n")
+        terminal.expect("kvf> ")
+        self.assertEqual(terminal.close(), 0)
+
+    def test_ctrl_c_clears_the_line(self):
+        terminal = self.start()
+        terminal.send("3 foo")
+        terminal.expect("3 foo")
+        terminal.send("\x03")
+        terminal.expect("kvf> ")
+        terminal.send("5 + 5\r")
+        terminal.expect("\n10\r\n")
+        terminal.expect("kvf> ")
+        self.assertEqual(terminal.close(), 0)
+
+    def test_ctrl_c_interrupts_a_read_of_the_terminal(self):
+        terminal = self.start()
+        terminal.send("f := KvFile new. KvfCreateStdFile(f, 0)\r")
+        terminal.expect("\n1\r\n")
+        terminal.expect("kvf> ")
+        terminal.send("KvfGetLine(f, nil, 1, 10, 'name? ')\r")
+        terminal.expect("\nname? ")
+        terminal.send("\x03")
+        terminal.expect("-2\r\n")
+        terminal.expect("kvf> ")
+        terminal.send("KvfGetLine(f, nil, 1, 10, 'name? ')\r")
+        terminal.expect("\nname? ")
+        terminal.send("typed\r")
+        terminal.expect("e'typed\\n'")
+        terminal.expect("kvf> ")
+        self.assertEqual(terminal.close(), 0)
+
+    def test_ctrl_c_interrupts_a_read_of_a_pipe(self):
+        os.mkfifo(self.path / "pipe")
+        keeper = os.open(self.path / "pipe", os.O_RDWR)
+        self.addCleanup(os.close, keeper)
+        terminal = self.start()
+        terminal.send("f := KvFile new. KvfOpen(f, 'pipe', 'r', false)\r")
+        terminal.expect("\n1\r\n")
+        terminal.expect("kvf> ")
+        terminal.send("'reading' displayNl. KvfGetC(f)\r")
+        terminal.expect("\nreading\r\n")
+        time.sleep(0.3)
+        terminal.send("\x03")
+        terminal.expect("-2\r\n")
+        terminal.expect("kvf> ")
+        self.assertEqual(terminal.close(), 0)
+
+    def test_ctrl_c_stops_a_loop(self):
+        terminal = self.start()
+        terminal.send("'looping' displayNl. [true] whileTrue\r")
+        terminal.expect("\nlooping\r\n")
+        time.sleep(0.2)
+        terminal.send("\x03")
+        terminal.expect("interrupted")
+        terminal.expect("kvf> ")
+        self.assertEqual(terminal.close(), 0)
+
+    def test_long_answers_are_cut(self):
+        terminal = self.start()
+        terminal.send("String new: 5000 withAll: $x\r")
+        terminal.expect("(1000 of 5002 bytes shown)")
+        terminal.expect("kvf> ")
+        self.assertEqual(terminal.close(), 0)
+
+    def test_quit_leaves_with_its_code(self):
+        terminal = self.start()
+        terminal.send("Smalltalk quit: 7\r")
+        self.assertEqual(terminal.exit_code(), 7)
+
+    def test_a_script_on_a_terminal_dies_of_ctrl_c(self):
+        terminal = Terminal(self.path, "-e", "'on' displayNl. [true] whileTrue")
+        terminal.expect("on\r\n")
+        terminal.send("\x03")
+        self.assertEqual(terminal.exit_code(), -signal.SIGINT)
+
+
+if __name__ == "__main__":
+    if not KVF and len(sys.argv) > 1 and not sys.argv[1].startswith("-"):
+        KVF = sys.argv.pop(1)
+    if not KVF:
+        sys.exit("cli_test.py: set KVF or give the path of kvf")
+    KVF = os.path.abspath(KVF)
+    unittest.main()

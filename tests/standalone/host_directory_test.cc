@@ -1,0 +1,175 @@
+#include "host.h"
+#include "host_fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <algorithm>
+#include <cerrno>
+#include <csetjmp>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct Seen {
+  std::vector<std::string> names;
+  std::string directory;
+  std::string separator;
+  size_t stopAfter = SIZE_MAX;
+  jmp_buf jump;
+};
+
+HostDirClientDataType clientDataFor(Seen* seen) {
+  HostDirClientDataType clientData(nullptr, nullptr, OOP_NIL, FALSE, TRUE, FALSE);
+  clientData.clientData = seen;
+  return clientData;
+}
+
+BoolType collect(const char* dirName, const char* fileName, const char* seperator,
+                 HostDirClientDataType* clData) {
+  auto* seen = static_cast<Seen*>(clData->clientData);
+  seen->names.emplace_back(fileName);
+  seen->directory = dirName;
+  seen->separator = seperator;
+  return seen->names.size() < seen->stopAfter ? TRUE : FALSE;
+}
+
+BoolType jumpAway(const char*, const char*, const char*, HostDirClientDataType* clData) {
+  std::longjmp(static_cast<Seen*>(clData->clientData)->jump, 1);
+}
+
+void walkAndJumpAway(const std::string& path, Seen* seen) {
+  HostDirClientDataType clientData = clientDataFor(seen);
+  if (setjmp(seen->jump) == 0) HostDirectory(path.c_str(), jumpAway, &clientData, 0);
+}
+
+int openDescriptors() {
+  int count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    count += entry.path().empty() ? 0 : 1;
+  }
+  return count;
+}
+
+class DirectoryWalk : public hosttest::InDirectory {
+ protected:
+  BoolType walk(const std::string& path, Seen* seen) {
+    HostDirClientDataType clientData = clientDataFor(seen);
+    const BoolType result = HostDirectory(path.c_str(), collect, &clientData, 0);
+    errNum = clientData.errNum;
+    std::sort(seen->names.begin(), seen->names.end());
+    return result;
+  }
+  void make(const std::string& name) {
+    ASSERT_EQ(mknod(in(name).c_str(), S_IFREG | 0600, 0), 0) << name;
+  }
+
+  int errNum = 0;
+};
+
+TEST_F(DirectoryWalk, deliversEveryEntryButSelfAndParent) {
+  make("a");
+  make(".hidden");
+  make("...");
+  ASSERT_EQ(mkdir(in("sub").c_str(), 0700), 0);
+  Seen seen;
+  EXPECT_TRUE(walk(directory, &seen));
+  EXPECT_EQ(seen.names, (std::vector<std::string>{"...", ".hidden", "a", "sub"}));
+  EXPECT_EQ(seen.directory, directory);
+  EXPECT_EQ(seen.separator, "/");
+  EXPECT_EQ(errNum, 0);
+}
+
+TEST_F(DirectoryWalk, passesNoSeparatorAfterOne) {
+  make("a");
+  Seen seen;
+  EXPECT_TRUE(walk(directory + "/", &seen));
+  EXPECT_EQ(seen.directory, directory + "/");
+  EXPECT_EQ(seen.separator, "");
+}
+
+TEST_F(DirectoryWalk, ofAnEmptyDirectoryDeliversNothing) {
+  Seen seen;
+  EXPECT_TRUE(walk(directory, &seen));
+  EXPECT_TRUE(seen.names.empty());
+}
+
+TEST_F(DirectoryWalk, deliversNamesAsTheyAre) {
+  const std::vector<std::string> names = {"\x01\n\x7f", "caf\xc3\xa9", "\xff\xfe invalid",
+                                          std::string(255, '\xe9')};
+  for (const std::string& name : names) make(name);
+  Seen seen;
+  EXPECT_TRUE(walk(directory, &seen));
+  std::vector<std::string> expected = names;
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(seen.names, expected);
+}
+
+TEST_F(DirectoryWalk, tellsWhyItFailed) {
+  make("f");
+  ASSERT_EQ(symlink("loop", in("loop").c_str()), 0);
+  Seen seen;
+  EXPECT_FALSE(walk(in("missing"), &seen));
+  EXPECT_EQ(errNum, ENOENT);
+  EXPECT_FALSE(walk(in("f"), &seen));
+  EXPECT_EQ(errNum, ENOTDIR);
+  EXPECT_FALSE(walk(in("loop"), &seen));
+  EXPECT_EQ(errNum, ELOOP);
+  EXPECT_FALSE(walk("", &seen));
+  EXPECT_EQ(errNum, ENOENT);
+  EXPECT_TRUE(seen.names.empty());
+}
+
+TEST_F(DirectoryWalk, isEndedByItsCallback) {
+  make("a");
+  make("b");
+  Seen seen;
+  seen.stopAfter = 1;
+  EXPECT_FALSE(walk(directory, &seen));
+  EXPECT_EQ(seen.names.size(), 1U);
+  EXPECT_EQ(errNum, ECANCELED);
+}
+
+TEST_F(DirectoryWalk, isCompleteForManyEntries) {
+  constexpr int COUNT = 100000;
+  for (int i = 0; i < COUNT; ++i) make(std::to_string(i));
+  Seen seen;
+  EXPECT_TRUE(walk(directory, &seen));
+  ASSERT_EQ(seen.names.size(), static_cast<size_t>(COUNT));
+  EXPECT_EQ(std::unique(seen.names.begin(), seen.names.end()), seen.names.end());
+}
+
+TEST_F(DirectoryWalk, leavesNoDescriptorWhenItsCallbackJumpsAway) {
+  make("a");
+  const int before = openDescriptors();
+  Seen seen;
+  for (int i = 0; i < 100; ++i) walkAndJumpAway(directory, &seen);
+  EXPECT_EQ(openDescriptors(), before);
+  Seen after;
+  EXPECT_TRUE(walk(directory, &after));
+  EXPECT_EQ(after.names, std::vector<std::string>{"a"});
+}
+
+BoolType walkWithin(const char* dirName, const char* fileName, const char* seperator,
+                    HostDirClientDataType* clData) {
+  Seen inner;
+  HostDirClientDataType innerData = clientDataFor(&inner);
+  EXPECT_TRUE(HostDirectory((std::string(dirName) + "/sub").c_str(), collect, &innerData, 0));
+  EXPECT_EQ(inner.names, std::vector<std::string>{"below"});
+  return collect(dirName, fileName, seperator, clData);
+}
+
+TEST_F(DirectoryWalk, mayBeMadeWithinAnother) {
+  ASSERT_EQ(mkdir(in("sub").c_str(), 0700), 0);
+  make("sub/below");
+  make("a");
+  make("b");
+  Seen seen;
+  HostDirClientDataType clientData = clientDataFor(&seen);
+  EXPECT_TRUE(HostDirectory(directory.c_str(), walkWithin, &clientData, 0));
+  std::sort(seen.names.begin(), seen.names.end());
+  EXPECT_EQ(seen.names, (std::vector<std::string>{"a", "b", "sub"}));
+}
+
+}  // namespace

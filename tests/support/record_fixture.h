@@ -1,0 +1,251 @@
+// File records opened directly on host files, without a file object, so that each operation of a
+// record and the state that it leaves can be looked at.
+#pragma once
+
+#include "framework/class_error.h"
+#include "record/error_routing.h"
+#include "record/file_record.h"
+#include "record/line_reader.h"
+#include "record/registry.h"
+#include "support/module_fixture.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kvtest {
+
+// The three positions that have to agree.
+struct Positions {
+  int64 logical;    // what Smalltalk sees
+  int64 host;       // where the descriptor or handle stands
+  intptr_t unread;  // bytes between them, in the buffer
+
+  bool operator==(const Positions&) const = default;
+};
+
+inline void PrintTo(const Positions& at, std::ostream* out) {
+  *out << "logical " << at.logical << ", host " << at.host << ", unread " << at.unread;
+}
+
+// What a record tells of its last failure.
+struct Failure {
+  int errCode;
+  int zErrCode;
+  std::string text;
+
+  bool operator==(const Failure&) const = default;
+};
+
+inline void PrintTo(const Failure& failure, std::ostream* out) {
+  *out << "errCode " << failure.errCode << ", zErrCode " << failure.zErrCode << ", text \""
+       << failure.text << '"';
+}
+
+inline const Failure NO_FAILURE{0, 0, ""};
+
+inline std::string hostText(int errNum) {
+  char text[1024];
+  HostStrerror(errNum, text, sizeof text);
+  return text;
+}
+
+inline Failure hostFailure(int errNum) { return {errNum, 0, hostText(errNum)}; }
+
+inline const char* const APPEND_REFUSAL = "Cannot seek on a file opened with append mode";
+inline const char* const PAST_END = "attempt to read past end of file";
+
+inline const ByteType* asBytes(std::string_view text) {
+  return reinterpret_cast<const ByteType*>(text.data());
+}
+
+// Bytes 0, 1, 2, ... that tell where they came from; no period below 251.
+inline std::string countingBytes(size_t size) {
+  std::string bytes(size, '\0');
+  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i % 251);
+  return bytes;
+}
+
+// The argument at `index` (0-based) of a recorded call, as the seam prints it.
+inline std::string argumentOf(const seam::Call& call, size_t index) {
+  std::vector<std::string> fields(1);
+  bool quoted = false;
+  for (size_t i = 0; i < call.arguments.size(); ++i) {
+    const char c = call.arguments[i];
+    if (c == '"') quoted = !quoted;
+    if (quoted && c == '\\' && i + 1 < call.arguments.size()) {
+      fields.back() += c;
+      fields.back() += call.arguments[++i];
+    } else if (!quoted && c == ',') {
+      fields.emplace_back();
+    } else if (c != ' ' || quoted || !fields.back().empty()) {
+      fields.back() += c;
+    }
+  }
+  return index < fields.size() ? fields[index] : "no such argument";
+}
+
+inline std::string lastArgumentOf(const seam::Call& call) {
+  const size_t comma = call.arguments.rfind(", ");
+  return comma == std::string::npos ? call.arguments : call.arguments.substr(comma + 2);
+}
+
+// The calls that move, read or write the host file, in a short form: "lseek(0, SEEK_CUR)",
+// "HostReadFile_(4096)", "gztell". Asking for a descriptor and clearing indicators are left out.
+inline std::vector<std::string> fileTraffic(const std::vector<seam::Call>& calls) {
+  const std::vector<std::string> counted = {"HostReadFile_", "HostWriteFile_", "gzread",
+                                            "gzwrite",       "gzputc",         "gzflush"};
+  const std::vector<std::string> plain = {"gztell", "gzgetc", "gzungetc",     "gzclose",
+                                          "gzputs", "fflush", "fsync",        "fclose",
+                                          "fwrite", "printf", "UnixIoFgets_", "LrSupReadLine"};
+  const auto has = [](const std::vector<std::string>& names, const std::string& name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+  };
+  std::vector<std::string> traffic;
+  for (const seam::Call& call : calls) {
+    if (call.name == "lseek" || call.name == "gzseek")
+      traffic.push_back(call.name + "(" + argumentOf(call, 1) + ", " + argumentOf(call, 2) + ")");
+    else if (has(counted, call.name))
+      traffic.push_back(call.name + "(" + lastArgumentOf(call) + ")");
+    else if (has(plain, call.name))
+      traffic.push_back(call.name);
+  }
+  return traffic;
+}
+
+using Traffic = std::vector<std::string>;
+
+class RecordTest : public ModuleTest {
+ protected:
+  void TearDown() override {
+    seam::stop();
+    seam::clearFaults();
+    for (KvFileDataSType* record : records_) {
+      record->lastPutcWasEoln = TRUE;
+      record->kvfClose();
+      KvFileDataSType::deallocate(record);
+    }
+    ModuleTest::TearDown();
+  }
+
+  // A record on what is given; the fixture closes and frees it.
+  KvFileDataSType* adopt(FILE* stream, gzFile handle, bool isStd, const char* mode) {
+    KvFileDataSType* record = KvFileDataSType::allocate();
+    record->initialize(stream, handle, TRUE, OOP_NIL, isStd, mode);
+    records_.push_back(record);
+    return record;
+  }
+
+  KvFileDataSType* openPlain(const std::string& path, const char* mode) {
+    FILE* stream = std::fopen(path.c_str(), mode);
+    EXPECT_NE(stream, nullptr) << path;
+    return adopt(stream, nullptr, false, mode);
+  }
+
+  KvFileDataSType* openGzip(const std::string& path, const char* mode) {
+    gzFile handle = gzopen(path.c_str(), mode);
+    EXPECT_NE(handle, nullptr) << path;
+    return adopt(nullptr, handle, false, mode);
+  }
+
+  // A file of its own each time: truncating one that holds data may wait for the disk.
+  KvFileDataSType* openPlainWith(std::string_view content, const char* mode) {
+    std::filesystem::remove("plain");
+    writeFile("plain", content);
+    return openPlain("plain", mode);
+  }
+
+  static void writeGzip(const std::string& path, std::string_view content) {
+    gzFile handle = gzopen(path.c_str(), "wb");
+    ASSERT_NE(handle, nullptr);
+    ASSERT_EQ(gzwrite(handle, content.data(), static_cast<unsigned>(content.size())),
+              static_cast<int>(content.size()));
+    ASSERT_EQ(gzclose(handle), Z_OK);
+  }
+
+  static std::string readGzip(const std::string& path) {
+    gzFile handle = gzopen(path.c_str(), "rb");
+    EXPECT_NE(handle, nullptr);
+    std::string content(1 << 16, '\0');
+    const int count = gzread(handle, content.data(), static_cast<unsigned>(content.size()));
+    EXPECT_GE(count, 0);
+    gzclose(handle);
+    content.resize(static_cast<size_t>(count < 0 ? 0 : count));
+    return content;
+  }
+
+  // A gzip handle whose descriptor is switched for one that refuses what the handle wants to do.
+  static gzFile brokenGzip(const char* path, const char* mode) {
+    const bool writes = mode[0] != 'r';
+    const int fd = ::open(path, writes ? O_WRONLY | O_CREAT | O_TRUNC : O_RDONLY, 0600);
+    gzFile handle = gzdopen(fd, mode);
+    const int refusing = ::open("/dev/null", writes ? O_RDONLY : O_WRONLY);
+    ::dup2(refusing, fd);
+    ::close(refusing);
+    return handle;
+  }
+
+  static int64 hostPosition(const KvFileDataSType* record) {
+    return record->compressed ? gztell(record->zf) : ::lseek(fileno(record->fPtr), 0, SEEK_CUR);
+  }
+
+  static Positions positionsOf(const KvFileDataSType* record) {
+    const int64 host = hostPosition(record);
+    const bool buffered = record->lastOpWasRead == 1;
+    return {buffered ? record->readPosition() : host, host, buffered ? record->bufBytesAvail() : 0};
+  }
+
+  static Failure failureOf(const KvFileDataSType* record) {
+    return {record->errCode, record->zErrCode, record->errString ? record->errString->msg : ""};
+  }
+
+  // Puts a failure into the record as an earlier operation would have left it.
+  static void leaveFailure(KvFileDataSType* record, int errCode, int zErrCode, const char* text) {
+    record->storeErrorString(text);
+    record->errCode = errCode;
+    record->zErrCode = zErrCode;
+  }
+
+  // Takes up to `count` of the unread bytes, as the actions do.
+  static std::string take(KvFileDataSType* record, intptr_t count) {
+    const intptr_t taken = std::min(count, record->bufBytesAvail());
+    const auto* from = reinterpret_cast<const char*>(record->readBuffer) + record->readBufIdx;
+    record->readBufIdx += taken;
+    return std::string(from, static_cast<size_t>(taken));
+  }
+
+  // Reads `count` bytes through the buffer.
+  static std::string readThroughBuffer(KvFileDataSType* record, intptr_t count) {
+    return record->readIntoBuffer(count, "") > 0 ? take(record, count) : std::string();
+  }
+
+  static ssize_t write(KvFileDataSType* record, std::string_view text) {
+    return record->kvfwrite(asBytes(text), text.size());
+  }
+
+  static void failCall(const char* function, int errNum, int64_t at = 1) {
+    seam::addFault({function, at, false, seam::Fault::Kind::Error, errNum});
+  }
+  static void answerCall(const char* function, int64_t result) {
+    seam::addFault({function, 1, false, seam::Fault::Kind::Result, result});
+  }
+  static void interruptCall(const char* function) {
+    seam::addFault({function, 1, false, seam::Fault::Kind::Interrupt, 0});
+  }
+  static void refuseMemory(bool forever = false) {
+    seam::addFault({"UtlMalloc", 1, forever, seam::Fault::Kind::NoMemory, 0});
+  }
+
+ private:
+  std::vector<KvFileDataSType*> records_;
+};
+
+}  // namespace kvtest
