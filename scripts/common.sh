@@ -34,16 +34,21 @@ install_packages() {
   rm -f "$log"
 }
 
-# build PRESET [TARGET...]: configures and builds; shows the log only where that fails.
+# build PRESET [TARGET...]: configures and builds. On a terminal the progress is shown; else only what
+# went wrong.
 build() {
   local preset=$1 log
   shift
   log=$(mktemp)
   echo "Building ($preset)"
-  if ! (cd "$root" && cmake --preset "$preset" >"$log" 2>&1 &&
-    cmake --build --preset "$preset" ${1:+--target "$@"} >"$log" 2>&1); then
+  if ! (
+    cd "$root"
+    cmake --preset "$preset" >"$log" 2>&1 || exit 1
+    command=(cmake --build --preset "$preset" ${1:+--target "$@"})
+    if [[ -t 1 ]]; then "${command[@]}"; else "${command[@]}" >"$log" 2>&1; fi
+  ); then
     tail -n 60 "$log" >&2
-    echo "The build failed; the whole log: $log" >&2
+    echo "The build failed." >&2
     return 1
   fi
   rm -f "$log"

@@ -49,6 +49,8 @@ struct LineReaderStateType {
 namespace {
 
 constexpr wchar_t REPLACEMENT_CHARACTER = 0xFFFD;
+constexpr char BACKSPACE = '\b';
+constexpr char REDISPLAY = '\x1d';  // Ctrl-], bound below
 
 LineReaderStateType* stateOf(EditLine* editor) {
   void* state = nullptr;
@@ -127,6 +129,51 @@ int nextByte(LineReaderStateType* state) {
   }
 }
 
+// ---- completion ----
+
+size_t terminalWidth() {
+  struct winsize window = {};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_col == 0) return 80;
+  return window.ws_col;
+}
+
+// The keys that turn `typed`, before the cursor, into `text`.
+std::string keysToReplace(const std::string& typed, const std::string& text) {
+  if (text.starts_with(typed)) return text.substr(typed.size());
+  const size_t characters = std::mbstowcs(nullptr, typed.c_str(), 0);
+  if (characters == static_cast<size_t>(-1)) return {};
+  return std::string(characters, BACKSPACE) + text;
+}
+
+// The keys that complete the word at the cursor, as if the user had typed them; none where there is
+// nothing to complete. Shows the choices where there are several.
+std::string completionKeys(EditLine* editor, kvhost::Completer completer) {
+  const LineInfo* info = el_line(editor);
+  const std::string line(info->buffer, info->lastchar);
+  const auto cursor = static_cast<size_t>(info->cursor - info->buffer);
+  size_t wordStart = cursor;
+  const std::vector<std::string> words = completer(line, cursor, &wordStart);
+  if (words.empty()) return {};
+  wordStart = std::min(wordStart, cursor);
+  const std::string typed = line.substr(wordStart, cursor - wordStart);
+  const std::string common = kvhost::commonStart(words);
+  if (words.size() == 1 || common.size() > typed.size()) return keysToReplace(typed, common);
+  std::fprintf(stdout, "\n%s", kvhost::listInColumns(words, terminalWidth()).c_str());
+  std::fflush(stdout);
+  return {REDISPLAY};
+}
+
+// Puts the completion in the place of a Tab: its first character at `*out`, the others behind it in
+// the editor's input. False when there is none. (The library has commands of one's own for this, but
+// never frees their names.)
+bool typeCompletion(EditLine* editor, kvhost::Completer completer, wchar_t* out) {
+  const std::string keys = completionKeys(editor, completer);
+  const int first = std::mbtowc(out, keys.c_str(), keys.size());
+  if (first <= 0) return false;
+  if (keys.size() > static_cast<size_t>(first)) el_push(editor, keys.c_str() + first);
+  return true;
+}
+
 // The editor's source of characters: 1 with a character at `*out`, 0 at the end of the input, -1
 // for a failure. Bytes that are no character show as the replacement character. The library's own
 // source would retry the first interrupted read, and so swallow a Ctrl-C.
@@ -140,44 +187,10 @@ int nextCharacter(EditLine* editor, wchar_t* out) {
     const size_t used = std::mbrtowc(out, &byte, 1, &conversion);
     if (used == static_cast<size_t>(-2)) continue;
     if (used == static_cast<size_t>(-1)) *out = REPLACEMENT_CHARACTER;
-    return 1;
+    const bool completes = *out == L'\t' && state->completer != nullptr;
+    if (!completes || typeCompletion(editor, state->completer, out)) return 1;
+    el_beep(editor);
   }
-}
-
-// ---- completion ----
-
-size_t terminalWidth() {
-  struct winsize window = {};
-  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_col == 0) return 80;
-  return window.ws_col;
-}
-
-// Replaces the bytes `typed` before the cursor by `text`.
-bool replaceTyped(EditLine* editor, const std::string& typed, const std::string& text) {
-  if (text.starts_with(typed)) return el_insertstr(editor, text.c_str() + typed.size()) == 0;
-  const size_t characters = std::mbstowcs(nullptr, typed.c_str(), 0);
-  if (characters == static_cast<size_t>(-1)) return false;
-  el_deletestr(editor, static_cast<int>(characters));
-  return el_insertstr(editor, text.c_str()) == 0;
-}
-
-unsigned char complete(EditLine* editor, int /*key*/) {
-  const kvhost::Completer completer = stateOf(editor)->completer;
-  if (completer == nullptr) return el_insertstr(editor, "\t") == 0 ? CC_REFRESH : CC_ERROR;
-  const LineInfo* info = el_line(editor);
-  const std::string line(info->buffer, info->lastchar);
-  const auto cursor = static_cast<size_t>(info->cursor - info->buffer);
-  size_t wordStart = cursor;
-  const std::vector<std::string> words = completer(line, cursor, &wordStart);
-  if (words.empty()) return CC_ERROR;
-  wordStart = std::min(wordStart, cursor);
-  const std::string typed = line.substr(wordStart, cursor - wordStart);
-  const std::string common = kvhost::commonStart(words);
-  if (words.size() == 1 || common.size() > typed.size()) {
-    return replaceTyped(editor, typed, common) ? CC_REFRESH : CC_ERROR;
-  }
-  std::fprintf(stdout, "\n%s", kvhost::listInColumns(words, terminalWidth()).c_str());
-  return CC_REDISPLAY;
 }
 
 // ---- a line ----
@@ -192,8 +205,8 @@ bool setUp(LineReaderStateType* state, const char* programName) {
   el_set(editor, EL_PROMPT, promptOf);
   el_set(editor, EL_GETCFN, nextCharacter);
   el_set(editor, EL_HIST, history, state->history.handle());
-  el_set(editor, EL_ADDFN, "complete-word", "Complete the word at the cursor", complete);
-  el_set(editor, EL_BIND, "^I", "complete-word", nullptr);
+  el_set(editor, EL_BIND, "^I", "ed-insert", nullptr);
+  el_set(editor, EL_BIND, "^]", "ed-redisplay", nullptr);
   el_set(editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
   el_source(editor, nullptr);  // the user's own bindings, from ~/.editrc
   return true;
