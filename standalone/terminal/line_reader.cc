@@ -98,17 +98,18 @@ bool mayReadOn(LineReaderStateType* state) {
 
 bool hasBuffered(const FILE* stream) { return stream->_IO_read_ptr < stream->_IO_read_end; }
 
-// Waits for input; false with errno when that failed or an interrupt is noted. SIGINT is let in
+// Waits for input; false with errno when that failed or a signal is noted. The signals are let in
 // only by the wait itself, so that one just before it is not missed.
 bool waitForInput(FILE* stream) {
-  sigset_t interrupt;
+  sigset_t noted;
   sigset_t former;
-  sigemptyset(&interrupt);
-  sigaddset(&interrupt, SIGINT);
-  pthread_sigmask(SIG_BLOCK, &interrupt, &former);
+  sigemptyset(&noted);
+  for (const int signal : {SIGINT, SIGWINCH, SIGCONT}) sigaddset(&noted, signal);
+  pthread_sigmask(SIG_BLOCK, &noted, &former);
   struct pollfd waiting = {fileno(stream), POLLIN, 0};
   errno = EINTR;
-  const bool ready = !kvhost::interruptIsNoted() && ppoll(&waiting, 1, nullptr, &former) >= 0;
+  const bool isNoted = kvhost::interruptIsNoted() || kvhost::TerminalSignalScope::isNoted();
+  const bool ready = !isNoted && ppoll(&waiting, 1, nullptr, &former) >= 0;
   const int errNum = errno;
   pthread_sigmask(SIG_SETMASK, &former, nullptr);
   errno = errNum;

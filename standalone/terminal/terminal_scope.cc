@@ -53,6 +53,8 @@ TerminalSignalScope::~TerminalSignalScope() {
   sigaction(SIGCONT, &formerContinue_, nullptr);
 }
 
+bool TerminalSignalScope::isNoted() { return resized.load() || continued.load(); }
+
 bool TerminalSignalScope::takeResized() { return resized.exchange(false); }
 
 bool TerminalSignalScope::takeContinued() { return continued.exchange(false); }

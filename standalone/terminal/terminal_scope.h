@@ -28,6 +28,9 @@ class TerminalSignalScope {
   TerminalSignalScope(const TerminalSignalScope&) = delete;
   TerminalSignalScope& operator=(const TerminalSignalScope&) = delete;
 
+  // True when one of them waits to be taken.
+  static bool isNoted();
+
   // True when it happened since the last call.
   static bool takeResized();
   static bool takeContinued();

@@ -191,9 +191,10 @@ OopType KvfAtEnd(OopType oFile) {
   return p == nullptr ? OOP_NIL : p->atEnd();
 }
 
-/// Reads one line, its end-of-line sequence included, into a String that ends right behind it. A
-/// last line may end without the sequence. A byte that begins the sequence and is the file's last
-/// stays unread.
+/// Reads one line, its end-of-line sequence included, into a String that ends right behind it. A last
+/// line may end without the sequence. Bytes that only begin a sequence of several stay unread at the
+/// end of the file; where a read of a pipe or terminal brings no more than those, the line ends
+/// before them, perhaps empty, and the next call goes on.
 ///
 /// Arguments: oFile, an open file. oStr, a String to store into, or nil for a new one. oStartIdx,
 ///   an integer, the 1-based index to store at: 1 to the size of oStr + 1; looked at only once a

@@ -62,12 +62,16 @@ static int fetchStdinLine(KvFileDataSType* p, ssize_t numBytes, const char* prom
   // The NUL and one byte more are given, which is what the buffer has two spare bytes for.
   const size_t size =
       static_cast<size_t>(numBytes <= read_buf_size - 3 ? numBytes + 2 : read_buf_size);
+  int status = 0;
   if (lineReadState != nullptr && numBytes != 1 && isatty(fileno(p->fPtr))) {
-    return LrSupReadLine(lineReadState, p->fPtr, line, size, prompt, 1);
+    status = LrSupReadLine(lineReadState, p->fPtr, line, size, prompt, 1);
+  } else {
+    printf("%s", prompt);
+    fflush(stdout);
+    status = UnixIoFgets_(line, size, p->fPtr);
   }
-  printf("%s", prompt);
-  fflush(stdout);
-  return UnixIoFgets_(line, size, p->fPtr);
+  line[size - 1] = '\0';
+  return status;
 }
 
 ssize_t KvFileDataSType::readIntoBuffer(ssize_t numBytes, const char* prompt) {

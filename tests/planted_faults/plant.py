@@ -1,0 +1,200 @@
+#!/usr/bin/env python3
+"""Tests the tests: breaks the module in one place at a time and expects the tests to notice.
+
+  plant.py WORK [NUMBER...]    WORK is a folder to build in; it receives a copy of the tree
+
+Each fault is built into the copy, and the test programs run until one fails. A fault that no test
+notices is reported, and makes the exit code 1. All of them take about twenty minutes on two cores.
+"""
+
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+
+# File below src/kvfile, text, replacement, what breaks.
+FAULTS = [
+    ("record/reading.cc", "memmove(readBuffer, &readBuffer[readBufIdx], static_cast<size_t>(avail));",
+     "memmove(readBuffer, &readBuffer[readBufIdx], static_cast<size_t>(avail - 1));",
+     "compaction loses the last unread byte"),
+    ("record/reading.cc", "if (numBytes <= avail) return avail;", "if (numBytes < avail) return avail;",
+     "a refill although enough is buffered"),
+    ("record/reading.cc", "nextOsReadPos = kvftell();", "nextOsReadPos = 0;",
+     "the position is not asked before a refill"),
+    ("record/reading.cc", "numBytes <= read_buf_size - 3 ? numBytes + 2", "numBytes <= read_buf_size - 3 ? numBytes + 1",
+     "the line fetch is given one byte less"),
+    ("record/reading.cc", "numBytes != 1 && isatty", "isatty", "the line reader also for one byte"),
+    ("record/reading.cc", "if (status == interrupted) return interrupted;", "",
+     "an interrupted line fetch is taken for a failure"),
+    ("record/reading.cc", "if (status == -1) lastReadEof = TRUE;", "", "the end of terminal input is forgotten"),
+    ("record/reading.cc", "    if (n != 0) lastOpWasRead = -1;\n", "", "a failed refill leaves the buffer valid"),
+    ("record/reading.cc", "lastOpWasRead = readable;\n  if (n <= 0", "lastOpWasRead = 1;\n  if (n <= 0",
+     "a write-only file keeps read-ahead"),
+    ("record/reading.cc", "if (lastReadEof && eofIsError) {", "if (lastReadEof) {",
+     "the end of a line without terminator fails"),
+    ("record/reading.cc", "nextOsReadPos = wrappingAdd(nextOsReadPos, total);",
+     "nextOsReadPos = wrappingAdd(nextOsReadPos, n);", "buffered bytes are counted once"),
+    ("record/reading.cc", "if (lastReadEof) return OOP_TRUE;", "", "the end is not remembered"),
+    ("record/reading.cc", "} while (n == interrupted);", "} while (false);", "the end test is not repeated"),
+    ("record/reading.cc", "if (n == 0) lastReadEof = TRUE;\n    return n;", "return n;",
+     "the end of a plain file is not noted"),
+    ("record/reading.cc", "gzungetc(c, zf);", "", "the end test of gzip eats a byte"),
+    ("record/reading.cc", "return static_cast<ssize_t>(howMany);", "return n;", "the clamped count is answered"),
+    ("record/eol_scan.cc", "idx += eolSize;\n  }", "idx += 1;\n  }", "the scan goes on one byte behind a miss"),
+    ("record/eol_scan.cc", "if (eolSize > size - idx) break;", "if (eolSize >= size - idx) break;",
+     "a sequence at the buffer's very end is missed"),
+    ("record/eol_scan.cc", "    idx += 64;\n", "    idx += 63;\n", "nothing but time: an equivalent scan"),
+    ("record/positioning.cc", "return kvfseek(position, SEEK_SET) >= 0;", "return TRUE;",
+     "read-ahead is not undone before a write"),
+    ("record/positioning.cc", "whence != SEEK_END || offset != 0", "whence != SEEK_END",
+     "append mode seeks from the end"),
+    ("record/positioning.cc", "|| record->writable) return false;", ") return false;",
+     "a file that is written seeks in its buffer"),
+    ("record/positioning.cc", "position < record->nextOsReadPos", "position <= record->nextOsReadPos",
+     "a seek right behind the buffer stays in it"),
+    ("record/positioning.cc", "seekKind == 1 && record->lastOpWasRead == 1", "seekKind == 1",
+     "a relative seek after a write is relative"),
+    ("record/positioning.cc", "if (reached >= 0) record->nextOsReadPos = reached;", "",
+     "a seek from the end forgets the position"),
+    ("record/writing.cc", "if (howMany > 0) lastPutcWasEoln", "lastPutcWasEoln = FALSE; if (howMany > 0) lastPutcWasEoln",
+     "writing nothing ends the line state"),
+    ("record/writing.cc", "gzflush(zf, Z_FINISH)", "gzflush(zf, Z_SYNC_FLUSH)", "a flush does not end the member"),
+    ("record/writing.cc", "if (status == 0 && doSync) status = fsync", "if (status == 0) status = fsync",
+     "every flush waits for the disk"),
+    ("record/writing.cc", "return static_cast<int>(fwrite(\"\\n\", 1, 1, stdout));",
+     "fwrite(\"\\n\", 1, 1, stdout); return 0;", "closing standard output succeeds"),
+    ("record/writing.cc", "  fPtr = nullptr;\n  return status;", "  if (status == 0) fPtr = nullptr;\n  return status;",
+     "a failed close keeps the stream"),
+    ("record/error_state.cc", "  if (errString != nullptr) return;\n  errString = KvFileErrStrType::allocate();\n  if (errString == nullptr) return;",
+     "  if (errString == nullptr) errString = KvFileErrStrType::allocate();\n  if (errString == nullptr) return;",
+     "every failure stores its text"),
+    ("record/error_state.cc", "  if (zErrCode == Z_ERRNO) {\n    storeErrno();", "  if (zErrCode == Z_ERRNO) {\n    getErrorString();",
+     "zlib's errno is not taken"),
+    ("record/file_record.cc", "strstr(mode, \"a+\") != nullptr || ", "", "a+ is append mode"),
+    ("record/file_record.cc", "lastPutcWasEoln = TRUE;", "lastPutcWasEoln = FALSE;", "a fresh file is within a line"),
+    ("record/registry.cc", "    closeRecord(known);\n", "", "a reopened file leaves the old one open"),
+    ("record/registry.cc", "    return oopFromSmallInteger(2);", "    return oopFromSmallInteger(1);",
+     "a reuse answers 1"),
+    ("record/registry.cc", "  KvfShutdown(sessionId);\n  KciSup", "  KciSup", "start-up forgets an old map"),
+    ("record/registry.cc", "    start += count;\n", "    start += batch_size + 1;\n", "finalisation skips an element"),
+    ("record/registry.cc", "conversionFailed != 0 || doFinalize", "doFinalize", "a bad element is finalised"),
+    ("record/registry.cc", "raiseError(KVF_ERR_FILE_NOT_REGISTERED, oFile);", ";", "an unknown file is not raised"),
+    ("framework/raise.cc", "errnum >= 4000 && errnum <= 4999", "errnum >= 4100 && errnum <= 4999", "4000 is not fatal"),
+    ("framework/arguments.cc", "if (count > KvfPath::max_utf8_bytes) {", "if (count >= KvfPath::max_utf8_bytes) {",
+     "a path of 4095 bytes is refused"),
+    ("framework/arguments.cc", "if (info.size > capacity) {", "if (info.size > capacity + 1) {",
+     "a string that fills its buffer passes"),
+    ("framework/class_error.cc", "classErrorCode = EINVAL;", "", "an installed text has no code"),
+    ("openfile/file_modes.cc", "isLevel(mode[2]) && mode[0] != 'r' && len == 3", "isLevel(mode[2]) && len == 3",
+     "rb9 is accepted"),
+    ("openfile/opening.cc", "errno != 0 ? errno : ENOMEM", "errno", "zlib's want of memory has no code"),
+    ("openfile/opening.cc", "HostOpenFile(aPath.path, mode, &err, 1)", "HostOpenFile(aPath.path, \"r\", &err, 1)",
+     "every file is opened for reading"),
+    ("openfile/status.cc", "  p->errCode = 0;\n", "", "taking the text keeps the code"),
+    ("openfile/reading_actions.cc", "if (items == 0) p->storeErrorString", "p->storeErrorString",
+     "a short read stores a text"),
+    ("openfile/reading_actions.cc", "const int64 n = std::min(want, static_cast<int64>(got));",
+     "const int64 n = std::min(want, static_cast<int64>(got)) / itemSize * itemSize;",
+     "a part of an item is not delivered"),
+    ("openfile/reading_actions.cc", "if (got == interrupted) return oopInterrupted;\n      if", "if",
+     "an interrupted read answers nil"),
+    ("openfile/reading_actions.cc", "KciFetchSize_(oStr) + 1;", "KciFetchSize_(oStr);",
+     "a line cannot be appended to a String"),
+    ("openfile/reading_actions.cc", "storeIndex < KciFetchSize_(oStr)", "storeIndex + 1 < KciFetchSize_(oStr)",
+     "a String one too long is not cut"),
+    ("openfile/writing_actions.cc", "KciFetchBytes_(oBytes, total + 1, buffer, chunk)", "KciFetchBytes_(oBytes, 1, buffer, chunk)",
+     "every chunk is the first"),
+    ("openfile/writing_actions.cc", "max_print_column = 200", "max_print_column = 199", "lines of numbers break earlier"),
+    ("openfile/writing_actions.cc", "  printByteObject(p, oBytes);\n  KciPopErrJump(&jump);", "  printByteObject(p, oBytes);",
+     "printing leaves its frame registered"),
+    ("openfile/writing_actions.cc", "    p->kvfputc(' ');\n    return;", "    return;", "an empty object prints nothing"),
+    ("openfile/locking.cc", "lseek(fd, 0, SEEK_SET)", "lseek(fd, 0, SEEK_CUR)", "a query does not rewind"),
+    ("openfile/locking.cc", "static_cast<uint64_t>(value) > INT_MAX", "value > INT_MAX", "a negative time-out passes"),
+    ("openfile/c_entry_points.cc", "p->kvfwrite(buffer, static_cast<size_t>(chunk))",
+     "p->kvfwrite(buffer + (numBytes - left), static_cast<size_t>(chunk))", "the pointer advances"),
+    ("openfile/c_entry_points.cc", "  buf[0] = '\\0';\n", "", "no empty text for an unknown file"),
+    ("pathhost/path_operations.cc", "strcmp(name, \"stdin\") == 0 && isatty(fileno(stdin))", "false",
+     "a terminal on standard input is no terminal"),
+    ("pathhost/log.cc", "if (logged.lastByte != '\\n') log(\"\\n\");", "log(\"\\n\");", "every text gets a newline"),
+    ("pathhost/directory.cc", "clData->utfResult ? newNameString(name) : KciNewString(name)", "newNameString(name)",
+     "names are UTF-8 unasked"),
+    ("bytestrings/decimal_text.cc", "max_digits = 4", "max_digits = 3", "values end after three digits"),
+    ("bytestrings/byte_string_actions.cc", "&& !reader.insideValueBegunByFifthDigit()", "",
+     "a last fifth digit is a value"),
+]
+
+PROGRAMS = ["record", "framework", "boundary", "openfile", "pathhost", "bytestrings"]
+
+# Faults that change nothing that a caller could see: the tests must pass.
+HARMLESS = {"nothing but time: an equivalent scan"}
+
+
+def build(copy):
+    targets = [f"{name}_tests" for name in PROGRAMS]
+    return subprocess.run(["cmake", "--build", copy / "build", "--target", *targets],
+                          capture_output=True, text=True)
+
+
+def noticing_program(copy):
+    for name in PROGRAMS:
+        try:
+            done = subprocess.run([copy / "build" / "bin" / f"{name}_tests", "--gtest_brief=1",
+                                   "--gtest_fail_fast"], capture_output=True, timeout=120,
+                                  stdin=subprocess.DEVNULL)
+        except subprocess.TimeoutExpired:
+            return name
+        if done.returncode != 0:
+            return name
+    return None
+
+
+def prepare(work):
+    copy = work / "tree"
+    if not copy.exists():
+        shutil.copytree(ROOT, copy, ignore=shutil.ignore_patterns("build", "build-*", ".git"))
+    subprocess.run(["cmake", "-S", copy, "-B", copy / "build", "-G", "Ninja",
+                    "-DCMAKE_BUILD_TYPE=Release", "-DKVF_WERROR=OFF"], check=True, capture_output=True)
+    done = build(copy)
+    if done.returncode != 0 or noticing_program(copy) is not None:
+        sys.exit("the tests do not pass before anything is broken:\n" + done.stdout[-2000:])
+    return copy
+
+
+def plant(copy, fault):
+    """Answers the name of the program that noticed, or None."""
+    file, text, replacement, _ = fault
+    path = copy / "src" / "kvfile" / file
+    sound = path.read_text()
+    if sound.count(text) != 1:
+        sys.exit(f"{file}: the text stands there {sound.count(text)} times: {text}")
+    try:
+        path.write_text(sound.replace(text, replacement))
+        done = build(copy)
+        if done.returncode != 0:
+            sys.exit(f"{file}: does not build with {replacement!r}:\n{done.stdout[-2000:]}")
+        return noticing_program(copy)
+    finally:
+        path.write_text(sound)
+
+
+def main():
+    if len(sys.argv) < 2:
+        sys.exit(__doc__)
+    chosen = [int(n) for n in sys.argv[2:]] or range(1, len(FAULTS) + 1)
+    copy = prepare(Path(sys.argv[1]).resolve())
+    wrong = 0
+    for number in chosen:
+        fault = FAULTS[number - 1]
+        noticed = plant(copy, fault)
+        expected = fault[3] not in HARMLESS
+        wrong += (noticed is not None) != expected
+        verdict = f"noticed by {noticed}_tests" if noticed else "NOT NOTICED"
+        print(f"{number:3} {fault[0]}: {fault[3]}: {verdict}", flush=True)
+    print(f"{len(chosen) - wrong} passed, {wrong} failed")
+    sys.exit(1 if wrong else 0)
+
+
+if __name__ == "__main__":
+    main()
