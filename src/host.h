@@ -2,8 +2,9 @@
  * system that the process runs on.
  *
  * Conventions: paths are NUL-terminated bytes, taken as they stand unless a line says "expands".
- * BoolType results are non-zero for success. Texts are NUL-terminated and cut to fit. Nothing here
- * leaves by a jump. Calls that reach a file system may block as long as that file system does. */
+ * BoolType results are non-zero for success. Texts are NUL-terminated and cut to fit. Pointers are
+ * never null, unless a line says so. Nothing here leaves by a jump, but for a walk whose callback
+ * does. Calls that reach a file system may block as long as that file system does. */
 #ifndef HOST_H
 #define HOST_H
 
@@ -40,10 +41,10 @@ typedef struct HostDirClientDataType {
   OopType arrayOop;   /* receives the entries */
   void* arrH;         /* handle of that Array in the object memory, where the walker keeps one */
   void* omPtr;        /* the object memory */
-  BoolType fullPath;  /* compose directory, separator and entry name */
-  BoolType allowNfs;  /* the walk may enter network-mounted directories */
-  BoolType utfResult; /* choose the class of each name by its bytes */
-  int errNum;         /* errno value of a failed walk */
+  BoolType fullPath;  /* the callback: compose directory, separator and entry name */
+  BoolType allowNfs;  /* the walk: it may enter network-mounted directories */
+  BoolType utfResult; /* the callback: choose the class of each name by its bytes */
+  int errNum;         /* set by the walk: errno value of its failure */
   void* clientData;   /* the caller's own */
 #ifdef __cplusplus
   HostDirClientDataType(void* memory, void* handle, OopType array, BoolType ruby, BoolType nfs,
@@ -75,7 +76,8 @@ void HostGetErrMsg(const HostErrSType* err, char* buf, size_t size);
 /* ---- descriptors ---- */
 
 /* Reads up to `count` bytes: answers the count, 0 at the end of the file, -1 with errno, or -2 when
- * the user interrupted the read before any byte came. May block. */
+ * the user interrupted the read before any byte came; what counts as such an interrupt is the
+ * host's to say. May block. */
 ssize_t HostReadFile_(int fd, void* buf, size_t count);
 
 /* Writes all `count` bytes and answers `count`, or answers a negative value with errno; some bytes
@@ -84,14 +86,15 @@ ssize_t HostWriteFile_(int fd, const void* buf, size_t count);
 
 /* ---- opening and naming ---- */
 
-/* Opens `path` as fopen does with `mode`, closed on exec; a directory is refused. The stream, or
- * null with `err` filled. `flag` is 1. May block (a FIFO). */
+/* Opens `path` as fopen does with `mode`, one of those that KvfAllValidFileModes lists for plain
+ * files, closed on exec; a directory is refused. The stream, or null with `err` filled. `flag` is
+ * 1. May block (a FIFO). */
 FILE* HostOpenFile(const char* path, const char* mode, HostErrSType* err, int flag);
 
 /* Expands `$NAME`, `${NAME}` and a leading `~` of `in` into the `outSize` bytes at `out`. False,
  * with `out` untouched, when a name is unknown or the result does not fit. `noWildcards` 0 and
  * `expandLast` 1: wildcard characters are ordinary, the last component is expanded like the rest.
- */
+ * A "$" that no name follows, and "~user", are the host's to decide. */
 BoolType HostExpandFileName(const char* in, char* out, size_t outSize, int noWildcards,
                             int expandLast);
 
@@ -140,12 +143,14 @@ BoolType HostFileExistSize(const char* path, int64* size, int* exists, HostErrST
 
 /* Takes one entry: the directory as it is walked, the entry's raw name, and the separator that
  * belongs between them (it may be empty). True to go on. May leave by a jump or a throw of the C
- * interface; the walk must not leak its descriptor then where the host can help it. */
+ * interface; the walk must not leak its descriptor then where the host can help it, as one does
+ * that has read all names and closed the directory before its first call. */
 typedef BoolType (*HostDirCallbackType)(const char* dirName, const char* fileName,
                                         const char* seperator, HostDirClientDataType* clData);
 
 /* Calls `callback` for every entry but "." and "..", in no particular order. Non-zero: the whole
- * directory was walked; 0: it was not, with `clientData->errNum` telling why. `flag` is 0. */
+ * directory was walked; 0: it was not, because of a failure that `clientData->errNum` tells, or
+ * because the callback ended it. `flag` is 0. */
 BoolType HostDirectory(const char* path, HostDirCallbackType callback,
                        HostDirClientDataType* clientData, int flag);
 

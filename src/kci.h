@@ -8,7 +8,13 @@
  *   registered, a failing call does not come back: control passes to the frame's setjmp, the frame
  *   stays registered until KciPopErrJump, and KciErr then fetches the error. A call that fails so
  *   is marked "fails" below; one that is not marked never jumps.
+ * - The module takes a pending error for that of its own last call, and an action may come back
+ *   with one pending. A host clears it before it calls an action or a function of the module.
  * - A failing call leaves the caller's buffers untouched.
+ * - Pointers are never null, unless a line says so.
+ * - What a call answers, and the arguments of an action, stay valid until the action comes back or
+ *   they are released: the module keeps them where no object memory sees them. Between actions it
+ *   keeps the identifiers of file objects, as keys of the file map.
  * - Nothing here blocks, but for what a host's own memory management may do.
  * - Calls act for the current session of the calling thread; nothing may be called from a signal
  *   handler. */
@@ -33,20 +39,22 @@ BoolType KciDeclareAction(const char* name, KciActionFnType fn, int argCount, un
 
 /* ---- errors ---- */
 
-/* Raises `err` (copied) to Smalltalk: control passes to whatever called the running action, and the
- * error-jump stack is unwound to its depth when the action was entered. Does not come back in a
- * real host; it is not declared noreturn, so that a test may. A host may unwind by longjmp or by a
- * C++ throw. */
+/* Raises `err` (copied) to Smalltalk: control passes to whatever called the running action, or the
+ * function of kvfile.h, and the error-jump stack is unwound to its depth when that was entered. No
+ * frame that was registered since is jumped to, and no error becomes pending. Does not come back in
+ * a real host; it is not declared noreturn, so that a test may. A host may unwind by longjmp or by
+ * a C++ throw. */
 void KciRaiseException(const KciErrSType* err);
 
-/* Non-zero when an error was pending: it is copied to `*err` and no longer pending. 0 otherwise,
+/* Non-zero when an error was pending, the last one where several calls failed: it is copied to
+ * `*err` and no longer pending. 0 otherwise,
  * with `*err` as it was. */
 BoolType KciErr(KciErrSType* err);
 
 /* Registers `*jump` as the innermost error-jump frame. The frame must live until it is popped. */
 void KciPushErrJump(KciErrJumpSType* jump);
 
-/* Removes `*jump`, and any frame registered after it. */
+/* Removes `*jump`, which is registered, and any frame registered after it. */
 void KciPopErrJump(KciErrJumpSType* jump);
 
 /* ---- sessions ---- */

@@ -15,7 +15,9 @@ enum {
 /* Flags of a declared user action; they may be combined. */
 enum { UAFLAG_SESSION = 1, UAFLAG_SYSTEM = 2, UAFLAG_KVFILE = 4 };
 
-/* An error of the interface, or one to be raised to Smalltalk. */
+/* An error of the interface, or one to be raised to Smalltalk. A host that fails a call fills all
+ * of it: the module keeps number and message, or raises the record as it is. A record of 0 bytes
+ * holds no nil: C code sets the identifiers one by one. */
 typedef struct KciErrSType {
   OopType category;
   OopType context;
@@ -47,7 +49,7 @@ typedef struct KciDateTimeSType {
   int year;
   int dayOfYear;    /* 1 is 1 January */
   int milliseconds; /* since midnight UTC */
-  OopType timeZone;
+  OopType timeZone; /* the host's: handed from KciCTimeToDateTime to KciNewDateTime as it is */
 } KciDateTimeSType;
 
 /* What KciFetchObjInfo tells of an object. The low two bits of the format are its implementation.
@@ -61,14 +63,15 @@ typedef struct KciObjInfoSType {
 enum { KCI_FORMAT_IMPLEMENTATION_MASK = 3, KCI_FORMAT_POINTERS = 0, KCI_FORMAT_BYTES = 1 };
 
 /* A frame of the error-jump stack. The action that registers it calls setjmp on `buf` itself, in
- * the form `if (setjmp(jump.buf) != 0) {...}`; `link` is the host's. */
+ * the form `if (setjmp(jump.buf) != 0) {...}`; the host passes control to it by longjmp with a
+ * value other than 0. `link` is the host's. */
 typedef struct KciErrJumpSType {
   jmp_buf buf;
   void* link;
 } KciErrJumpSType;
 
 /* Every action takes up to KCI_MAX_ACTION_ARGS identifiers and answers one; declarer and caller
- * cast to the real arity. */
+ * cast to the real arity (in C by way of `void (*)(void)`, which no compiler warns of). */
 typedef OopType (*KciActionFnType)(void);
 
 #endif

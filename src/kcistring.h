@@ -15,9 +15,11 @@ int64 KciFetchChars_(OopType obj, int64 startIndex, char* buf, int64 maxSize);
 
 /* Copies up to `maxBytes` bytes of the UTF-8 form of the character object `str`, from the 1-based
  * byte index `startIndex` on, to `buf`, and answers the count: 0 at the end. Where the text had to
- * be converted first, the converted object is stored at `*utf8String`, which the caller may pass as
- * `str` of the next call and releases in the end; else `*utf8String` is left as it was. `flags` is
- * 0, or 2 where the caller fetches a long text piece by piece. Fails (answering 0) when `str` is no
+ * be converted first, the converted object, never `str` itself, is stored at `*utf8String`, which
+ * the caller may pass as `str` of the next call and releases in the end; else `*utf8String`, which
+ * may be `str`, is left as it was. The module makes Strings of the raw bytes of host names: only a
+ * host that hands the bytes of a String over as they stand finds such a name again. `flags` is 0,
+ * or 2 where the caller fetches a long text piece by piece. Fails (answering 0) when `str` is no
  * character object. */
 int64 KciFetchUtf8Bytes_(OopType str, int64 startIndex, ByteType* buf, int64 maxBytes,
                          OopType* utf8String, int flags);

@@ -46,13 +46,14 @@ void KciOopMapForeach(KciOopMapType* map, KciOopMapCallbackType callback, int64*
 /* The file map of session `sessionId`; null when it has none, or there is no such session. */
 KciOopMapType* KciSupGetKvfileOopMap(int sessionId);
 
-/* Keeps `map` (null: none) as the session's file map. Nothing is destroyed. */
+/* Keeps `map` (null: none) as the session's file map. Nothing is destroyed. There is no way to
+ * refuse: the session must be known to the host before KvfStartup. */
 void KciSupStoreKvfileOopMap(int sessionId, KciOopMapType* map);
 
 /* ---- socket buffer sizes ---- */
 
-/* The size in bytes of the socket buffer `name`, or -1 with a NUL-terminated text of at most
- * `errBufSize` - 1 bytes in `errBuf`. */
+/* The size in bytes of the socket buffer `name`, one of the host's own names, or -1 with a
+ * NUL-terminated text of at most `errBufSize` - 1 bytes in `errBuf`. */
 int KciSupFetchKciSocketBufSize(const char* name, char* errBuf, size_t errBufSize);
 
 /* Sets that size in bytes. True on success, else false with a text as above. */

@@ -2,7 +2,9 @@
  * that all platform headers share.
  *
  * An identifier either carries its value (nil, the Booleans, Characters, SmallIntegers) or names an
- * object in the database's object memory. Identifiers are passed by value and own nothing.
+ * object in the database's object memory. Identifiers are passed by value and own nothing. For its
+ * objects a host may use any identifier that is none of the constants below and that neither of the
+ * two tests takes; those of the classes end in the bits 001.
  * All platform headers compile as C and as C++. */
 #ifndef OOP_H
 #define OOP_H
@@ -35,10 +37,13 @@ typedef int BoolType;               /* 0 or 1 */
   enum name##Values
 #endif
 
+/* In C these are no constant expressions: they stand in no case label and no static initializer. */
 static const OopType OOP_NIL = 0x14;
 static const OopType OOP_FALSE = 0x0C;
 static const OopType OOP_TRUE = 0x10C;
 
+/* A text is taken for UTF-16 when it is a kind of that class, which is therefore no superclass of
+ * the other two. All classes but those below are the host's own. */
 static const OopType OOP_CLASS_STRING = 0x12401;
 static const OopType OOP_CLASS_SMALL_INTEGER = 0x12201;
 static const OopType OOP_CLASS_CHARACTER = 0x10B01;

@@ -18,8 +18,8 @@ void* UtlMalloc(size_t size, int siteTag);
 void UtlFree(void* p);
 
 /* Stores the modification time of `path` at `*time`, in seconds since the start of 1970 UTC,
- * symbolic links followed. Non-zero on success; else 0 with `*err` filled. May block as the file
- * system does. */
+ * symbolic links followed. Non-zero on success; else 0 with category and code in `*err`, whose text
+ * SysErrorFinishMsg completes. May block as the file system does. */
 BoolType UtlGetFileModTime(const char* path, int64* time, SysErrorSType* err);
 
 #ifdef __cplusplus

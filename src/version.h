@@ -27,8 +27,8 @@ typedef struct VerParamResultSType {
 extern "C" {
 #endif
 
-/* Fills `*result` with the value of parameter `id`. 0 for an id that is not known, with `*result`
- * as it was. */
+/* Fills `*result` with the value of parameter `id`, in whichever kind the host has it. 0 for an id
+ * that is not known, with `*result` as it was. */
 BoolType VerGetVersionParam(VerParamEType id, VerParamResultSType* result);
 
 #ifdef __cplusplus

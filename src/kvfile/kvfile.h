@@ -7,7 +7,8 @@
  * reader.
  *
  * Host failures are kept in the file's record as a code and a text. Mistakes in the use of the
- * module are raised through KciRaiseException, which leaves the function that was called. */
+ * module are raised through KciRaiseException, which leaves the action or function that was called:
+ * call each from a place to which the host can unwind. */
 #ifndef KVFILE_H
 #define KVFILE_H
 
@@ -28,8 +29,8 @@ BoolType KvfUserActionInit(void);
 /* Declares the two actions of passive objects in the same way. */
 BoolType KvfPassiveObjActionInit(void);
 
-/* Begins session `sessionId` with an empty map of files; files left under that id are closed and
- * freed first. 0 does nothing. */
+/* Begins session `sessionId`, which the host knows already, with an empty map of files; files left
+ * under that id are closed and freed first. 0 does nothing. */
 void KvfStartup(int sessionId);
 
 /* Closes and frees every file of session `sessionId` and destroys its map. 0, or a session without
@@ -38,15 +39,16 @@ void KvfShutdown(int sessionId);
 
 /* Writes `numBytes` bytes at `buffer` to the open file `oFile`, after the last byte that was read.
  * `sessId` below 1 means the current session. TRUE when all were written, 0 or fewer bytes
- * included; FALSE for nil, a closed file or a failed write, with the error in the record. Each
- * write is given the same start of `buffer` and the same length, so a host that writes short
- * repeats bytes. Raises 4100 (no session or no map) and 2364 (file not registered). May block as a
- * write does. */
+ * included; FALSE for a failed write, with the error in the record, and for nil and a closed file,
+ * which store none. Each write is given the same start of `buffer` and the same length, so a host
+ * that writes short repeats bytes. Raises 4100 (no session or no map) and 2364 (file not
+ * registered). May block as a write does. */
 BoolType KvFileWrite(OopType oFile, const ByteType* buffer, intptr_t numBytes, int sessId);
 
 /* Reads up to `numBytes` bytes into `buffer`: bytes read ahead first, then one read of the host.
- * Answers the count, 0 at the end of the file (or for a negative `numBytes`), or -1 for nil, a
- * closed file or a failed read, with the error in the record. Raises as KvFileWrite. May block. */
+ * Answers the count; 0 for a `numBytes` of 0 or less, and at the end of the file, of which the
+ * record then has a text unless it had one; -1 for a failed read, with the error in the record, and
+ * for nil and a closed file, which store none. Raises as KvFileWrite. May block. */
 intptr_t KvFileRead(OopType oFile, ByteType* buffer, intptr_t numBytes, int sessId);
 
 /* Copies the pending error text of `kvFile`, open or closed, into `buf`, cut to `bufSize` - 1 bytes

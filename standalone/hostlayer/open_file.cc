@@ -1,4 +1,5 @@
 #include "host.h"
+#include "kvhost.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -40,13 +41,14 @@ bool isDirectory(int fd) {
 extern "C" {
 
 // `flag` is 1 for "as a user names the file"; this host knows no other kind of opening and looks at
-// the name as it stands in either case.
+// the name as it stands in either case. A user interrupt (see kvhost::enableInterrupts) ends the wait
+// for the other end of a FIFO as a failure with EINTR.
 FILE* HostOpenFile(const char* path, const char* mode, HostErrSType* err, int /*flag*/) {
   const std::array<char, 16> hostMode = closedOnExec(mode);
   FILE* stream = nullptr;
   do {
     stream = std::fopen(path, hostMode.data());
-  } while (stream == nullptr && errno == EINTR);
+  } while (stream == nullptr && errno == EINTR && !kvhost::takeInterrupt());
   if (stream == nullptr) {
     err->theErrno = errno;
     return nullptr;

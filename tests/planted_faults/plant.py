@@ -4,7 +4,7 @@
   plant.py WORK [NUMBER...]    WORK is a folder to build in; it receives a copy of the tree
 
 Each fault is built into the copy, and the test programs run until one fails. A fault that no test
-notices is reported, and makes the exit code 1. All of them take about twenty minutes on two cores.
+notices is reported, and makes the exit code 1. All of them take about five minutes on two cores.
 """
 
 import shutil

@@ -192,6 +192,53 @@ class CommandLineTest(unittest.TestCase):
         self.assertEqual(result.returncode, 1)
         self.assertIn("standard output cannot be written", result.stderr)
 
+    def test_help_that_cannot_be_written_is_no_success(self):
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            for option in ("--help", "--version"):
+                self.assertEqual(subprocess.run([KVF, option], stdout=full, timeout=60,
+                                                stderr=subprocess.DEVNULL, check=False).returncode,
+                                 1, option)
+
+    def test_a_command_line_error_names_the_program_and_a_way_on(self):
+        result = self.kvf("script.kvf")
+        self.assertEqual(result.returncode, 2)
+        self.assertTrue(result.stderr.startswith("kvf: "), result.stderr)
+        self.assertIn("kvf run FILE", result.stderr)
+
+    def test_no_file_takes_the_place_of_a_closed_standard_descriptor(self):
+        code = "f := KvFile new. KvfOpen(f, 'made', 'w', false). 'hello' displayNl"
+        for redirection in ("<&-", ">&-", "2>&-", "<&- >&- 2>&-"):
+            result = subprocess.run(["sh", "-c", f'exec "$0" -e "$1" {redirection}', KVF, code],
+                                    cwd=self.path, capture_output=True, timeout=60, check=False)
+            self.assertEqual(result.returncode, 1 if ">&-" in redirection.split("2>&-")[0] else 0)
+            self.assertEqual((self.path / "made").read_bytes(), b"", redirection)
+
+    def test_a_reader_that_goes_ends_an_endless_script(self):
+        command = '"$0" -e "[true] whileTrue: [3 printNl]" | head -n 1; echo ${PIPESTATUS[0]}'
+        result = subprocess.run(["bash", "-c", command, KVF], cwd=self.path, capture_output=True,
+                                text=True, timeout=60, check=False)
+        self.assertEqual((result.stdout, result.stderr), ("3\n141\n", ""))
+
+    def test_a_write_to_a_pipe_without_a_reader_is_an_error_of_the_file(self):
+        os.mkfifo(self.path / "pipe")
+        code = ("f := KvFile new. KvfOpen(f, 'pipe', 'w', false). "
+                "Smalltalk system: 'read line'. KvfWrite(f, 'abc', 1, 3). KvfErrorCode(f)")
+        reader = os.open(self.path / "pipe", os.O_RDONLY | os.O_NONBLOCK)
+        process = subprocess.Popen([KVF, "-e", code], cwd=self.path, text=True,
+                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        while process.stdout.readline() != "1\n":
+            pass
+        os.close(reader)
+        output = process.communicate("go on\n", timeout=60)[0]
+        self.assertEqual((process.returncode, output), (0, "0\nnil\n32\n"))
+
+    def test_a_file_can_be_a_program(self):
+        script = self.path / "program"
+        script.write_text(f"#!/usr/bin/env -S {KVF} run\n3 + 4\n", encoding="utf-8")
+        script.chmod(0o755)
+        result = subprocess.run([script], capture_output=True, text=True, timeout=60, check=False)
+        self.assertEqual((result.returncode, result.stdout), (0, "7\n"))
+
 
 class Terminal:
     """kvf on a pseudo-terminal."""
@@ -342,6 +389,22 @@ class InteractiveTest(unittest.TestCase):
         terminal.expect("kvf> ")
         self.assertEqual(terminal.close(), 0)
 
+    def test_ctrl_c_ends_the_wait_for_the_other_end_of_a_pipe(self):
+        os.mkfifo(self.path / "pipe")
+        terminal = self.start()
+        for compressed in ("false", "true"):
+            terminal.send("'opening' displayNl. KvfOpen(KvFile new, 'pipe', 'r', "
+                          f"{compressed})\r")
+            terminal.expect("\nopening\r\n")
+            time.sleep(0.3)
+            terminal.send("\x03")
+            terminal.expect("nil\r\n")
+            terminal.expect("kvf> ")
+            terminal.send("KvfErrorString(nil)\r")
+            terminal.expect("EINTR")
+            terminal.expect("kvf> ")
+        self.assertEqual(terminal.close(), 0)
+
     def test_ctrl_c_stops_a_loop(self):
         terminal = self.start()
         terminal.send("'looping' displayNl. [true] whileTrue\r")
@@ -356,6 +419,13 @@ class InteractiveTest(unittest.TestCase):
         terminal = self.start()
         terminal.send("String new: 5000 withAll: $x\r")
         terminal.expect("(1000 of 5002 bytes shown)")
+        terminal.expect("kvf> ")
+        self.assertEqual(terminal.close(), 0)
+
+    def test_long_errors_are_cut(self):
+        terminal = self.start()
+        terminal.send("KvfSize(KvFile, (String new: 5000 withAll: $x))\r")
+        terminal.expect("bytes shown)\r\n")
         terminal.expect("kvf> ")
         self.assertEqual(terminal.close(), 0)
 

@@ -1,5 +1,6 @@
 #include "workspace.h"
 
+#include <sys/resource.h>
 #include <csignal>
 
 namespace shell {
@@ -158,6 +159,49 @@ TEST_F(InterpreterTest, RunsScriptsUpToTheFirstError) {
   Runner going(*interpreter_, errors, options);
   EXPECT_EQ(going.run("1\n2 foo\n3", "s"), RunResult::Failed);
   EXPECT_EQ(out_.str(), "1\n1\n3\n");
+}
+
+TEST_F(InterpreterTest, RefusesBlocksThatRunThemselvesForever) {
+  EXPECT_EQ(answer("b := [b value]. b value"), "error: evaluations are nested more than 1000 deep");
+  EXPECT_EQ(answer("b := [[b value] ifError: [7]]. b value"), "7");
+  EXPECT_EQ(answer("3 + 4"), "7");
+}
+
+TEST_F(InterpreterTest, ComparesArraysThatHoldThemselvesOrAreNestedDeep) {
+  answer("a := {nil. nil}. a at: 1 put: a. a at: 2 put: a");
+  answer("b := {nil. nil}. b at: 1 put: b. b at: 2 put: b");
+  EXPECT_EQ(answer("a = b"), "true");
+  EXPECT_EQ(answer("a = {b. 3}"), "false");
+  answer("c := 1. 200000 timesRepeat: [c := {c}]. d := 1. 200000 timesRepeat: [d := {d}]");
+  EXPECT_EQ(answer("c = d"), "true");
+  EXPECT_EQ(answer("c = {d}"), "false");
+}
+
+TEST_F(InterpreterTest, RefusesAnExitCodeThatTheSystemWouldCut) {
+  EXPECT_EQ(answer("Smalltalk quit: 256"), "error: the exit code 256 is not in 0 to 255");
+  EXPECT_EQ(answer("Smalltalk quit: -1"), "error: the exit code -1 is not in 0 to 255");
+  EXPECT_THROW(answer("Smalltalk quit: 255"), QuitRequest);
+}
+
+TEST_F(InterpreterTest, ClosesFilesThatALoopDropsBeforeDescriptorsRunOut) {
+  answer("before := Smalltalk openDescriptors. most := 0");
+  answer(
+      "2000 timesRepeat: [f := KvFile new. KvfOpen(f, 'x', 'w', false). "
+      "f := Smalltalk openDescriptors - before. most < f ifTrue: [most := f]]");
+  EXPECT_EQ(answer("most < 300"), "true");
+  EXPECT_EQ(answer("most > 200"), "true");
+}
+
+TEST_F(InterpreterTest, CountsDescriptorsOnlyWhereOneIsLeft) {
+  struct rlimit former {};
+  getrlimit(RLIMIT_NOFILE, &former);
+  struct rlimit none = former;
+  none.rlim_cur = 0;
+  setrlimit(RLIMIT_NOFILE, &none);
+  std::string text = answer("Smalltalk openDescriptors");
+  setrlimit(RLIMIT_NOFILE, &former);
+  EXPECT_EQ(text, "error: no descriptor is left for listing them");
+  EXPECT_EQ(answer("3 + 4"), "7");
 }
 
 }  // namespace

@@ -114,5 +114,14 @@ TEST(Lexer, SplitsOperatorsSoThatAMinusStaysApart) {
                                              ":=", "y:", "z", "foo", ":=", "lit"}));
 }
 
+TEST(Lexer, SkipsAByteOrderMarkAndTheLineThatNamesTheInterpreter) {
+  std::vector<Token> tokens = tokensOf("\xEF\xBB\xBF#!/usr/bin/kvf run 'x\na");
+  ASSERT_EQ(tokens.size(), 1U);
+  EXPECT_EQ(tokens[0].text, "a");
+  EXPECT_TRUE(tokens[0].startsLine);
+  EXPECT_EQ(tokens[0].position.line, 2);
+  EXPECT_FALSE(errorOf("a\n#!x").incomplete);
+}
+
 }  // namespace
 }  // namespace shell

@@ -157,5 +157,47 @@ TEST(Parser, DescribesAnErrorWithItsLineAndACaret) {
             "  \ta \xC3\xA9\n  \t  ^\n");
 }
 
+std::string repeated(std::string_view piece, int count) {
+  std::string out;
+  for (int i = 0; i < count; i++) out += piece;
+  return out;
+}
+
+std::string nested(std::string_view opening, std::string_view closing, int depth) {
+  return repeated(opening, depth) + "1" + repeated(closing, depth);
+}
+
+std::string messageOf(const std::string& source) {
+  try {
+    parse(source);
+  } catch (const SyntaxError& error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST(Parser, RefusesWhatIsNestedTooDeep) {
+  static constexpr std::string_view BRACKETS[][2] = {{"(", ")"},   {"[", "]"},      {"{", "}"},
+                                                     {"#(", ")"},  {"f(", ")"},     {"a := ", ""},
+                                                     {"1 + ", ""}, {"", " negated"}};
+  for (const auto& [opening, closing] : BRACKETS) {
+    EXPECT_EQ(messageOf(nested(opening, closing, MAX_NESTING - 1)), "") << opening << closing;
+    EXPECT_EQ(messageOf(nested(opening, closing, 100'000)), "this is nested more than 500 deep")
+        << opening << closing;
+  }
+}
+
+TEST(Parser, ShowsThePartOfALongLineAroundAnError) {
+  std::string source = std::string(1000, 'a') + " \x01\x1B[31m ) " + std::string(1000, 'b');
+  try {
+    parse(source);
+    FAIL() << "no error";
+  } catch (const SyntaxError& error) {
+    EXPECT_EQ(describe(error, "s", source),
+              "s:1:1002: unexpected character 16r01\n  ..." + std::string(59, 'a') + " ??[31m ) " +
+                  std::string(51, 'b') + "...\n  " + std::string(63, ' ') + "^\n");
+  }
+}
+
 }  // namespace
 }  // namespace shell

@@ -69,5 +69,14 @@ TEST(Transcript, ShowsADifferenceAsAHunk) {
             "@@ -5,5 +5,6 @@\n > a\n > b\n 1\n-2\n+x\n 3\n+4\n");
 }
 
+TEST(Transcript, ReadsLinesThatEndInCrLf) {
+  auto groups = readTranscript("```kvf\r\n> 3 + 4\r\n7\r\n```\r\n", true);
+  ASSERT_EQ(groups.at(0).size(), 1U);
+  EXPECT_EQ(groups[0][0].source, "3 + 4");
+  EXPECT_EQ(groups[0][0].expected, std::vector<std::string>{"7"});
+  groups = readTranscript("> e'x\\r' displayNl\nx\r\n", false);
+  EXPECT_EQ(groups.at(0).at(0).expected, std::vector<std::string>{"x\r"});
+}
+
 }  // namespace
 }  // namespace shell

@@ -1,6 +1,7 @@
 #include "files.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
@@ -48,6 +49,19 @@ bool writeAll(int descriptor, std::string_view text) {
     }
   }
   return true;
+}
+
+bool isReaderGone(int descriptor) {
+  pollfd state{descriptor, POLLOUT, 0};
+  return poll(&state, 1, 0) == 1 && (state.revents & POLLERR) != 0;
+}
+
+void occupyStandardDescriptors() {
+  for (int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(descriptor, F_GETFD) >= 0) continue;
+    // The lowest free descriptor is this one, since those below it are open.
+    if (open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY) < 0) return;
+  }
 }
 
 std::string historyPath() {

@@ -18,6 +18,13 @@ bool readToEnd(int descriptor, std::string* text);
 // Writes all of `text`. False with errno.
 bool writeAll(int descriptor, std::string_view text);
 
+// True where the descriptor is a pipe that nobody can read any more.
+bool isReaderGone(int descriptor);
+
+// Opens /dev/null, the wrong way, for each standard descriptor that is closed: it still fails when it
+// is used, and no file that is opened later takes its place.
+void occupyStandardDescriptors();
+
 // The file that keeps the history, its directory made: $XDG_STATE_HOME/kvf/history, or below
 // ~/.local/state. "" where there is no place for it.
 std::string historyPath();

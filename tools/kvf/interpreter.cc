@@ -1,5 +1,6 @@
 #include "interpreter.h"
 
+#include "files.h"
 #include "functions.h"
 #include "kvfile/kvfile.h"
 #include "kvhost.h"
@@ -7,8 +8,11 @@
 
 #include <fmt/format.h>
 
+#include <unistd.h>
 #include <algorithm>
 #include <climits>
+#include <exception>
+#include <new>
 
 namespace shell {
 namespace {
@@ -16,8 +20,23 @@ namespace {
 constexpr int64_t COLLECT_AFTER_BYTES = int64_t{16} << 20;
 constexpr int64_t COLLECT_AFTER_OBJECTS = 100'000;
 constexpr int64_t FEW_OBJECTS = 100'000;
+// Files that a loop drops hold descriptors, of which a process usually has 1024.
+constexpr int COLLECT_AFTER_FILES = 256;
+// Blocks can run themselves; this many evaluations within each other leave room on the stack.
+constexpr int MAX_EVALUATION_DEPTH = 1000;
 
-bool isCollectionDue() {
+class DepthCount {
+ public:
+  explicit DepthCount(int* depth) : depth_(depth) { ++*depth_; }
+  ~DepthCount() { --*depth_; }
+  DepthCount(const DepthCount&) = delete;
+  DepthCount& operator=(const DepthCount&) = delete;
+
+ private:
+  int* depth_;
+};
+
+bool enoughWasAllocated() {
   return kvhost::bytesSinceCollection() > COLLECT_AFTER_BYTES ||
          kvhost::objectsSinceCollection() > COLLECT_AFTER_OBJECTS;
 }
@@ -25,6 +44,12 @@ bool isCollectionDue() {
 void shutSessionDown(int id) {
   KvfShutdown(id);
   kvhost::sessionEnd(id);
+}
+
+[[noreturn]] void failAt(const Node& node, const std::string& text) {
+  EvaluationError error(text);
+  error.position = node.position;
+  throw error;
 }
 
 void throwWhenInterrupted() {
@@ -44,26 +69,39 @@ Interpreter::~Interpreter() {
 }
 
 Value Interpreter::evaluate(const Node& node) {
+  DepthCount count(&evaluationDepth_);
   try {
-    if (const auto* literal = std::get_if<Literal>(&node.content)) {
-      return Value::object(makeLiteral(*literal, roots_));
+    if (evaluationDepth_ > MAX_EVALUATION_DEPTH) {
+      throw EvaluationError(
+          fmt::format("error: evaluations are nested more than {} deep", MAX_EVALUATION_DEPTH));
     }
-    if (const auto* variable = std::get_if<Variable>(&node.content)) {
-      return evaluateVariable(*variable);
-    }
-    if (const auto* assignment = std::get_if<Assignment>(&node.content)) {
-      return evaluateAssignment(*assignment);
-    }
-    if (const auto* send = std::get_if<Send>(&node.content)) return evaluateSend(*send);
-    if (const auto* call = std::get_if<Call>(&node.content)) return evaluateCall(*call);
-    if (const auto* block = std::get_if<Block>(&node.content)) {
-      return {Value::Kind::Block, OOP_NIL, block->body};
-    }
-    return evaluateBrace(std::get<Brace>(node.content));
+    return evaluateContent(node);
   } catch (EvaluationError& error) {
     if (!error.position) error.position = node.position;
     throw;
+  } catch (const std::bad_alloc&) {
+    failAt(node, "error: there is not enough memory");
+  } catch (const std::exception& error) {
+    failAt(node, fmt::format("error: {}", error.what()));
   }
+}
+
+Value Interpreter::evaluateContent(const Node& node) {
+  if (const auto* literal = std::get_if<Literal>(&node.content)) {
+    return Value::object(makeLiteral(*literal, roots_));
+  }
+  if (const auto* variable = std::get_if<Variable>(&node.content)) {
+    return evaluateVariable(*variable);
+  }
+  if (const auto* assignment = std::get_if<Assignment>(&node.content)) {
+    return evaluateAssignment(*assignment);
+  }
+  if (const auto* send = std::get_if<Send>(&node.content)) return evaluateSend(*send);
+  if (const auto* call = std::get_if<Call>(&node.content)) return evaluateCall(*call);
+  if (const auto* block = std::get_if<Block>(&node.content)) {
+    return {Value::Kind::Block, OOP_NIL, block->body};
+  }
+  return evaluateBrace(std::get<Brace>(node.content));
 }
 
 Value Interpreter::evaluateVariable(const Variable& variable) {
@@ -131,6 +169,11 @@ Value Interpreter::run(const BlockBody& body) {
   return last;
 }
 
+void Interpreter::print(std::string_view text) {
+  out_ << text << std::flush;
+  if (!out_ && isReaderGone(STDOUT_FILENO)) throw QuitRequest{EXIT_READER_GONE};
+}
+
 void Interpreter::safePointInLoop() {
   throwWhenInterrupted();
   if (isCollectionDue()) collect();
@@ -140,7 +183,12 @@ void Interpreter::safePointBetweenStatements() {
   if (kvhost::liveObjects() < FEW_OBJECTS || isCollectionDue()) collect();
 }
 
+bool Interpreter::isCollectionDue() const {
+  return enoughWasAllocated() || filesSinceCollection_ >= COLLECT_AFTER_FILES;
+}
+
 int64_t Interpreter::collect() {
+  filesSinceCollection_ = 0;
   int64_t closed = kvhost::collectGarbage().filesFinalized;
   std::erase_if(fileNumbers_, [](const auto& entry) { return !kvhost::isValid(entry.first); });
   return closed;
@@ -148,7 +196,10 @@ int64_t Interpreter::collect() {
 
 int Interpreter::fileNumber(OopType file) {
   auto [entry, isNew] = fileNumbers_.try_emplace(file, 0);
-  if (isNew) entry->second = ++filesMade_;
+  if (isNew) {
+    entry->second = ++filesMade_;
+    filesSinceCollection_++;
+  }
   return entry->second;
 }
 

@@ -54,7 +54,8 @@ class Interpreter {
 
   std::vector<std::string> variableNames() const;
   RootStack& roots() { return roots_; }
-  std::ostream& out() { return out_; }
+  // Prints and flushes. Throws QuitRequest where nobody reads standard output any more.
+  void print(std::string_view text);
 
   // The number of the last error that ifError: caught; 0: none.
   int lastErrorNumber = 0;
@@ -64,6 +65,8 @@ class Interpreter {
     Value value;
   };
 
+  bool isCollectionDue() const;
+  Value evaluateContent(const Node& node);
   Value evaluateVariable(const Variable& variable);
   Value evaluateAssignment(const Assignment& assignment);
   Value evaluateSend(const Send& send);
@@ -76,6 +79,8 @@ class Interpreter {
   std::unordered_map<std::string, std::unique_ptr<VariableSlot>> variables_;
   std::unordered_map<OopType, int> fileNumbers_;
   int filesMade_ = 0;
+  int filesSinceCollection_ = 0;
+  int evaluationDepth_ = 0;
   std::vector<int> sessions_;
 };
 

@@ -37,6 +37,7 @@ class Lexer {
   // For what more lines could complete.
   [[noreturn]] void failOpen(const std::string& message, Position where) const;
 
+  void skipIntroduction();
   void skipBlanks();
   void skipComment();
   void scanToken();
@@ -80,6 +81,7 @@ void Lexer::failOpen(const std::string& message, Position where) const {
 std::vector<Token> Lexer::run() {
   std::vector<Token> tokens;
   size_t lastEnd = std::numeric_limits<size_t>::max();
+  skipIntroduction();
   do {
     skipBlanks();
     token_ = Token();
@@ -92,6 +94,14 @@ std::vector<Token> Lexer::run() {
     tokens.push_back(token_);
   } while (tokens.back().kind != Token::Kind::End);
   return tokens;
+}
+
+// Editors put a byte order mark before a script, and "#!" makes a file a program of its own.
+void Lexer::skipIntroduction() {
+  static constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
+  if (source_.starts_with(BYTE_ORDER_MARK)) offset_ = BYTE_ORDER_MARK.size();
+  if (peek() != '#' || peek(1) != '!') return;
+  while (!atEnd() && peek() != '\n') take();
 }
 
 void Lexer::skipBlanks() {

@@ -15,6 +15,7 @@
 
 #include <unistd.h>
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -204,7 +205,36 @@ bool prepareModule() {
   return actionsDeclared && passiveActionsDeclared;
 }
 
+// The exit code, once all that was printed has arrived.
+int finish(int code) {
+  std::cout << std::flush;
+  if (std::cout && std::fflush(stdout) == 0) return code;
+  if (shell::isReaderGone(STDOUT_FILENO)) return shell::EXIT_READER_GONE;
+  std::cerr << "kvf: standard output cannot be written\n";
+  return std::max<int>(code, EXIT_RAISED);
+}
+
+int reportParseResult(const CLI::App& app, const CLI::ParseError& error) {
+  if (error.get_exit_code() == 0) return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
+  bool isExtra = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
+  bool mayBeScript = isExtra && app.get_subcommands().empty();
+  return usageError(std::string(error.what()) +
+                    (mayBeScript ? "; scripts are run by kvf run FILE" : ""));
+}
+
+// A write to a pipe that nobody reads then fails with EPIPE, as an action is to report it. A handler
+// and not SIG_IGN, which commands started from here would inherit.
+void outliveBrokenPipes() {
+  struct sigaction action = {};
+  action.sa_handler = [](int) {};
+  action.sa_flags = SA_RESTART;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGPIPE, &action, nullptr);
+}
+
 int realMain(int argc, char** argv) {
+  shell::occupyStandardDescriptors();
+  outliveBrokenPipes();
   CommandLine line;
   CLI::App app(
       "A workspace for the file module: without arguments, interactive on a terminal, else "
@@ -215,19 +245,13 @@ int realMain(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
+    return finish(reportParseResult(app, error));
   }
   if (!line.code.empty() && (!app.get_subcommands().empty())) {
     return usageError("-e and a command exclude each other");
   }
   if (!prepareModule()) std::cerr << "kvf: some actions could not be declared\n";
-  int code = runCommand(commands, line);
-  std::cout << std::flush;
-  if (!std::cout || std::fflush(stdout) != 0) {
-    std::cerr << "kvf: standard output cannot be written\n";
-    return std::max<int>(code, EXIT_RAISED);
-  }
-  return code;
+  return finish(runCommand(commands, line));
 }
 
 }  // namespace

@@ -7,6 +7,9 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
+#include <utility>
+#include <vector>
 
 namespace shell {
 namespace {
@@ -32,21 +35,40 @@ bool isIdentical(const Value& left, const Value& right) {
   return left.kind == right.kind && left.oop == right.oop && left.block == right.block;
 }
 
-// Equal: identical, or integers, texts, bytes or Arrays of one class with equal contents.
-bool isEqual(const Value& left, const Value& right) {
+// Equal but for the elements of Arrays: identical, or integers of one value, or texts or bytes of
+// one class with equal contents.
+bool isEqualWithoutElements(const Value& left, const Value& right) {
   if (isIdentical(left, right)) return true;
   if (isInteger(left) && isInteger(right)) {
     return integerOf(left, "receiver") == integerOf(right, "argument");
   }
   if (!left.isObject() || !right.isObject()) return false;
   if (kvhost::classOf(left.oop) != kvhost::classOf(right.oop)) return false;
-  if (isByteObject(left)) return kvhost::bytesOf(left.oop) == kvhost::bytesOf(right.oop);
-  if (!isArray(left)) return false;
-  std::vector<OopType> a = kvhost::elementsOf(left.oop);
-  std::vector<OopType> b = kvhost::elementsOf(right.oop);
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](OopType x, OopType y) {
-    return isEqual(Value::object(x), Value::object(y));
-  });
+  return isByteObject(left) && kvhost::bytesOf(left.oop) == kvhost::bytesOf(right.oop);
+}
+
+// Arrays may hold themselves, and may be nested deeper than a recursion could go. So pairs wait in a
+// list, and one that was met before is not looked at again.
+bool isEqual(const Value& left, const Value& right) {
+  if (!isArray(left) || !isArray(right)) return isEqualWithoutElements(left, right);
+  std::vector<std::pair<OopType, OopType>> waiting = {{left.oop, right.oop}};
+  std::set<std::pair<OopType, OopType>> met;
+  while (!waiting.empty()) {
+    auto [x, y] = waiting.back();
+    waiting.pop_back();
+    if (x == y || !met.insert({x, y}).second) continue;
+    Value a = Value::object(x);
+    Value b = Value::object(y);
+    if (isArray(a) && isArray(b)) {
+      std::vector<OopType> elements = kvhost::elementsOf(x);
+      std::vector<OopType> others = kvhost::elementsOf(y);
+      if (elements.size() != others.size()) return false;
+      for (size_t i = 0; i < elements.size(); i++) waiting.emplace_back(elements[i], others[i]);
+    } else if (!isEqualWithoutElements(a, b)) {
+      return false;
+    }
+  }
+  return true;
 }
 
 Value equal(Interpreter&, const Value& receiver, Arguments arguments) {
@@ -76,12 +98,12 @@ Value displayStringMessage(Interpreter& interpreter, const Value& receiver, Argu
 }
 
 Value printNl(Interpreter& interpreter, const Value& receiver, Arguments) {
-  interpreter.out() << printString(interpreter, receiver) << '\n' << std::flush;
+  interpreter.print(printString(interpreter, receiver) + "\n");
   return receiver;
 }
 
 Value displayNl(Interpreter& interpreter, const Value& receiver, Arguments) {
-  interpreter.out() << displayString(interpreter, receiver) << '\n' << std::flush;
+  interpreter.print(displayString(interpreter, receiver) + "\n");
   return receiver;
 }
 

@@ -5,12 +5,29 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace shell {
 namespace {
 
 using Kind = Token::Kind;
+
+int heightOf(const Nodes& nodes) {
+  int height = 0;
+  for (const NodePtr& node : nodes) height = std::max(height, node->height);
+  return height;
+}
+
+int heightBelow(const Literal&) { return 0; }
+int heightBelow(const Variable&) { return 0; }
+int heightBelow(const Assignment& assignment) { return assignment.value->height; }
+int heightBelow(const Send& send) {
+  return std::max(send.receiver->height, heightOf(send.arguments));
+}
+int heightBelow(const Call& call) { return heightOf(call.arguments); }
+int heightBelow(const Block& block) { return heightOf(block.body->statements); }
+int heightBelow(const Brace& brace) { return heightOf(brace.elements); }
 
 class Parser {
  public:
@@ -25,10 +42,25 @@ class Parser {
     bool commaSeparates = false;  // a comma ends an argument of a call
   };
 
+  // Counts what is being parsed at one time, one within the other.
+  class Nesting {
+   public:
+    explicit Nesting(Parser& parser) : parser_(parser) {
+      if (++parser_.nesting_ > MAX_NESTING) parser_.failTooDeep(parser_.current().position);
+    }
+    ~Nesting() { parser_.nesting_--; }
+    Nesting(const Nesting&) = delete;
+    Nesting& operator=(const Nesting&) = delete;
+
+   private:
+    Parser& parser_;
+  };
+
   const Token& current() const { return tokens_[index_]; }
   const Token& ahead() const { return tokens_[std::min(index_ + 1, tokens_.size() - 1)]; }
   Token take() { return tokens_[index_ == tokens_.size() - 1 ? index_ : index_++]; }
   [[noreturn]] void fail(const std::string& message) const;
+  [[noreturn]] static void failTooDeep(Position position);
   void expect(Kind kind, const std::string& what);
 
   // True when the expression may go on with the current token.
@@ -52,11 +84,14 @@ class Parser {
 
   template <typename Content>
   NodePtr make(Position position, Content&& content) const {
-    return std::make_unique<const Node>(Node{position, std::forward<Content>(content)});
+    int height = heightBelow(content) + 1;
+    if (height > MAX_NESTING) failTooDeep(position);
+    return std::make_unique<const Node>(Node{position, std::forward<Content>(content), height});
   }
 
   std::vector<Token> tokens_;
   size_t index_ = 0;
+  int nesting_ = 0;
   Surroundings surroundings_;
 };
 
@@ -73,6 +108,10 @@ std::string nameOf(const Token& token) {
 
 void Parser::fail(const std::string& message) const {
   throw SyntaxError(message, current().position, current().kind == Kind::End);
+}
+
+void Parser::failTooDeep(Position position) {
+  throw SyntaxError(fmt::format("this is nested more than {} deep", MAX_NESTING), position, false);
 }
 
 void Parser::expect(Kind kind, const std::string& what) {
@@ -140,6 +179,7 @@ Nodes Parser::parseArguments() {
 }
 
 NodePtr Parser::parseExpression() {
+  Nesting nesting(*this);
   if (current().kind != Kind::Identifier || ahead().kind != Kind::Assign) return parseKeywordSend();
   Token name = take();
   take();
@@ -251,6 +291,7 @@ Literal Parser::parseNumber() {
 }
 
 Literal Parser::parseLiteralArray() {
+  Nesting nesting(*this);
   take();
   Literal array;
   array.kind = Literal::Kind::Array;
@@ -299,6 +340,34 @@ Literal Parser::parseByteArray() {
   return array;
 }
 
+// The part of a line around a place, and the blanks that put a caret below the place.
+struct Excerpt {
+  std::string text;
+  std::string blanks;
+};
+
+bool continuesCharacter(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }
+
+Excerpt excerptOf(std::string_view line, size_t place) {
+  static constexpr size_t SHOWN_EACH_SIDE = 60;
+  place = std::min(place, line.size());
+  size_t start = place > SHOWN_EACH_SIDE ? place - SHOWN_EACH_SIDE : 0;
+  size_t end = std::min(line.size(), place + SHOWN_EACH_SIDE);
+  while (start > 0 && continuesCharacter(line[start])) start--;
+  while (end < line.size() && continuesCharacter(line[end])) end++;
+  Excerpt excerpt;
+  if (start > 0) excerpt = {"...", "   "};
+  for (size_t i = start; i < end; i++) {
+    auto byte = static_cast<unsigned char>(line[i]);
+    bool isControl = (byte < 0x20 && byte != '\t') || byte == 0x7F;
+    excerpt.text += isControl ? '?' : line[i];
+    // Tabs stay, and bytes inside a UTF-8 character take no column.
+    if (i < place && !continuesCharacter(line[i])) excerpt.blanks += byte == '\t' ? '\t' : ' ';
+  }
+  if (end < line.size()) excerpt.text += "...";
+  return excerpt;
+}
+
 }  // namespace
 
 Nodes parse(std::string_view source) { return Parser(source).parseProgram(); }
@@ -307,17 +376,10 @@ std::string describe(const SyntaxError& error, std::string_view name, std::strin
   std::vector<std::string> lines = splitLines(source);
   auto index = static_cast<size_t>(error.position.line - 1);
   std::string line = index < lines.size() ? lines[index] : "";
-  std::string blanks;
-  for (size_t i = 0; i + 1 < static_cast<size_t>(error.position.column) && i < line.size(); i++) {
-    // Tabs stay, and bytes inside a UTF-8 character take no column.
-    if (line[i] == '\t') {
-      blanks += '\t';
-    } else if ((static_cast<unsigned char>(line[i]) & 0xC0U) != 0x80U) {
-      blanks += ' ';
-    }
-  }
+  if (line.ends_with('\r')) line.pop_back();
+  Excerpt excerpt = excerptOf(line, static_cast<size_t>(error.position.column - 1));
   return fmt::format("{}:{}:{}: {}\n  {}\n  {}^\n", name, error.position.line,
-                     error.position.column, error.what(), line, blanks);
+                     error.position.column, error.what(), excerpt.text, excerpt.blanks);
 }
 
 }  // namespace shell

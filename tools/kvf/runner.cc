@@ -46,7 +46,7 @@ bool Runner::runStatement(const Node& statement, std::string_view name) {
     Position place = error.position.value_or(statement.position);
     std::string prefix =
         options_.places ? fmt::format("{}:{}:{}: ", name, place.line, place.column) : "";
-    showError(prefix + error.what() + "\n");
+    showError(prefix + cutForTerminal(error.what(), options_.longestAnswer) + "\n");
     succeeded = false;
   }
   interpreter_.safePointBetweenStatements();
@@ -54,15 +54,14 @@ bool Runner::runStatement(const Node& statement, std::string_view name) {
 }
 
 void Runner::showAnswer(const Value& value) {
-  // Flushed, because the module may write to the same descriptor next.
-  interpreter_.out() << cutForTerminal(printString(interpreter_, value), options_.longestAnswer)
-                     << '\n'
-                     << std::flush;
+  // print() flushes, because the module may write to the same descriptor next.
+  interpreter_.print(cutForTerminal(printString(interpreter_, value), options_.longestAnswer) +
+                     "\n");
 }
 
 void Runner::showError(const std::string& text) {
   // The two streams may be one terminal, where the answers so far come first.
-  interpreter_.out() << std::flush;
+  interpreter_.print("");
   if (options_.colour) {
     errors_ << "\033[31m" << std::string_view(text).substr(0, text.size() - 1) << "\033[0m\n";
   } else {

@@ -14,7 +14,7 @@ struct RunOptions {
   bool printAnswers = true;  // show the answer of each statement
   bool colour = false;       // errors in red
   bool places = true;        // name, line and column before an error
-  size_t longestAnswer = 0;  // cut answers shown to this many bytes; 0: never
+  size_t longestAnswer = 0;  // cut answers and errors shown to this many bytes; 0: never
 };
 
 enum class RunResult { Success, Failed, SyntaxFailed };

@@ -91,6 +91,7 @@ struct Brace {
 struct Node {
   Position position;
   std::variant<Literal, Variable, Assignment, Send, Call, Block, Brace> content;
+  int height = 1;  // nodes on the longest way down, this one included
 };
 
 }  // namespace shell

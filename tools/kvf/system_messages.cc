@@ -72,10 +72,11 @@ Value lastError(Interpreter& interpreter, const Value& receiver, Arguments) {
 // The descriptor that the listing itself takes is not counted.
 Value openDescriptors(Interpreter&, const Value& receiver, Arguments) {
   requireGlobal(receiver, Value::Kind::Smalltalk, "openDescriptors");
+  std::error_code failed;
+  std::filesystem::directory_iterator entries("/proc/self/fd", failed);
+  if (failed) throw EvaluationError("error: no descriptor is left for listing them");
   int64_t count = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    count++;
-  }
+  for ([[maybe_unused]] const auto& entry : entries) count++;
   return integerValue(count - 1);
 }
 
@@ -108,7 +109,7 @@ Value systemMessage(Interpreter& interpreter, const Value& receiver, Arguments a
   std::error_code ignored;
   std::string self = std::filesystem::read_symlink("/proc/self/exe", ignored).string();
   setenv("KVF", self.c_str(), 1);
-  interpreter.out() << std::flush;
+  interpreter.print("");
   std::fflush(stdout);
   int status = std::system(command.c_str());
   if (status == -1) throw EvaluationError("error: the command could not be started");
@@ -122,7 +123,7 @@ Value helpMessage(Interpreter& interpreter, const Value& receiver, Arguments arg
   if (text.empty()) {
     throw EvaluationError(fmt::format("error: there is no action or function '{}'", name));
   }
-  interpreter.out() << text << std::flush;
+  interpreter.print(text);
   return receiver;
 }
 
@@ -133,7 +134,11 @@ Value quit(Interpreter&, const Value& receiver, Arguments) {
 
 Value quitWith(Interpreter&, const Value& receiver, Arguments arguments) {
   requireGlobal(receiver, Value::Kind::Smalltalk, "quit:");
-  throw QuitRequest{static_cast<int>(integerOf(arguments[0], "exit code") & 0xFF)};
+  int64_t code = integerOf(arguments[0], "exit code");
+  if (code < 0 || code > 255) {
+    throw EvaluationError(fmt::format("error: the exit code {} is not in 0 to 255", code));
+  }
+  throw QuitRequest{static_cast<int>(code)};
 }
 
 constexpr std::array MESSAGES = {

@@ -105,6 +105,16 @@ void readMarkdown(const std::vector<std::string>& lines, std::vector<ExchangeGro
   if (isTranscript) throw TranscriptError{"the last block is not closed", number};
 }
 
+// The lines of a transcript, also of one that was written with CR LF line ends.
+std::vector<std::string> linesOf(std::string_view text) {
+  std::vector<std::string> lines = splitLines(text);
+  if (lines.empty() || !lines[0].ends_with('\r')) return lines;
+  for (std::string& line : lines) {
+    if (line.ends_with('\r')) line.pop_back();
+  }
+  return lines;
+}
+
 struct DiffLine {
   char mark;
   std::string text;
@@ -144,7 +154,7 @@ std::vector<DiffLine> diffLines(const std::vector<std::string>& expected,
 
 std::vector<ExchangeGroup> readTranscript(std::string_view text, bool isMarkdown) {
   std::vector<ExchangeGroup> groups(1);
-  std::vector<std::string> lines = splitLines(text);
+  std::vector<std::string> lines = linesOf(text);
   if (isMarkdown) {
     readMarkdown(lines, &groups);
   } else {

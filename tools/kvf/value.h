@@ -43,7 +43,10 @@ class EvaluationError : public std::runtime_error {
   std::optional<Position> position;  // innermost message or call, once it is known
 };
 
-// The program asked to leave the shell.
+// What the system's shell reports of a program that ended by SIGPIPE.
+constexpr int EXIT_READER_GONE = 141;
+
+// The shell is to be left: the program asked for it, or nobody reads what it prints.
 struct QuitRequest {
   int exitCode;
 };
