@@ -101,6 +101,10 @@ class CommandLineTest(unittest.TestCase):
     def test_quiet_prints_only_what_is_asked_for(self):
         self.assertEqual(self.kvf("-q", "-e", "1. 2 printNl. 3").stdout, "2\n")
 
+    def test_options_may_stand_behind_the_command(self):
+        result = self.kvf("run", "-q", self.write("a.kvf", "1 + 1. 7 printNl"))
+        self.assertEqual((result.returncode, result.stdout), (0, "7\n"))
+
     def test_quit_chooses_the_exit_code(self):
         result = self.kvf("-e", "1. Smalltalk quit: 5. 2")
         self.assertEqual((result.returncode, result.stdout), (5, "1\n"))

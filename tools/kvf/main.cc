@@ -74,6 +74,7 @@ struct Commands {
 
 Commands defineCommands(CLI::App& app, CommandLine& line) {
   Commands commands{};
+  app.fallthrough();  // before the commands are made, which take it over
   commands.run = app.add_subcommand("run", "Run scripts; \"-\" is standard input");
   commands.run->add_option("FILE", line.scripts, "Scripts, in one workspace")->required();
   commands.check = app.add_subcommand("check", "Replay transcripts and show differences");
@@ -84,7 +85,6 @@ Commands defineCommands(CLI::App& app, CommandLine& line) {
   commands.help = app.add_subcommand("help", "Explain an action or exported function");
   commands.help->add_option("NAME", line.helpName, "Its name")->required();
   app.require_subcommand(0, 1);
-  app.fallthrough();
   return commands;
 }
 
