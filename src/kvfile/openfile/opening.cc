@@ -1,6 +1,5 @@
 // Binding file objects to host files and releasing them.
 #include "../framework/arguments.h"
-#include "../framework/class_error.h"
 #include "../framework/std_file_names.h"
 #include "../framework/texts.h"
 #include "../kvfile.h"

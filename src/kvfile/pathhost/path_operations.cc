@@ -1,6 +1,5 @@
 // Actions on a path that need no open file. Failures of the host go to the class-level error.
 #include "../framework/arguments.h"
-#include "../framework/class_error.h"
 #include "../framework/std_file_names.h"
 #include "../framework/texts.h"
 #include "../kvfile.h"
