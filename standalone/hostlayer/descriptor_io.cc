@@ -1,12 +1,14 @@
-#include "error_text.h"
-#include "host.h"
-#include "interrupt.h"
-#include "kvhost.h"
-#include "unixio.h"
+#include <kvfile/kvhost.h>
+#include <kvfile/platform/host.h>
+#include <kvfile/platform/unixio.h>
+
+#include "hostlayer/error_text.h"
+#include "hostlayer/interrupt.h"
 
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 

@@ -1,7 +1,9 @@
-#include "host.h"
-#include "retry.h"
+#include <kvfile/platform/host.h>
+
+#include "hostlayer/retry.h"
 
 #include <dirent.h>
+
 #include <cerrno>
 #include <cstring>
 #include <memory>

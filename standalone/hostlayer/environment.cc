@@ -1,6 +1,6 @@
-#include "environment.h"
+#include "hostlayer/environment.h"
 
-#include "host.h"
+#include <kvfile/platform/host.h>
 
 #include <cstdio>
 #include <cstdlib>

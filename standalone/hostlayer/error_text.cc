@@ -1,8 +1,9 @@
-#include "error_text.h"
+#include "hostlayer/error_text.h"
 
-#include "host.h"
+#include <kvfile/platform/host.h>
 
 #include <netdb.h>
+
 #include <cstdio>
 #include <cstring>
 #include <string>

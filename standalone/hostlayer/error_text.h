@@ -7,7 +7,7 @@
 // "errno=9999,UNKNOWN, Unknown error".
 #pragma once
 
-#include "syserror.h"
+#include <kvfile/platform/syserror.h>
 
 #include <cstddef>
 

@@ -1,8 +1,10 @@
-#include "environment.h"
-#include "host.h"
+#include <kvfile/platform/host.h>
+
+#include "hostlayer/environment.h"
 
 #include <pwd.h>
 #include <unistd.h>
+
 #include <cstring>
 #include <optional>
 #include <string>

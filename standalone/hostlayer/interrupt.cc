@@ -1,6 +1,6 @@
-#include "interrupt.h"
+#include "hostlayer/interrupt.h"
 
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
 
 #include <atomic>
 #include <csignal>

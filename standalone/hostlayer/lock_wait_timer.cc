@@ -1,7 +1,8 @@
-#include "lock_wait_timer.h"
+#include "hostlayer/lock_wait_timer.h"
 
 #include <pthread.h>
 #include <unistd.h>
+
 #include <cerrno>
 #include <mutex>
 

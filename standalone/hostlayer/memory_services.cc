@@ -1,9 +1,10 @@
-#include "host.h"
-#include "kvhost.h"
-#include "utl.h"
+#include <kvfile/kvhost.h>
+#include <kvfile/platform/host.h>
+#include <kvfile/platform/utl.h>
 
 #include <sys/mman.h>
 #include <unistd.h>
+
 #include <atomic>
 #include <cstdlib>
 

@@ -1,8 +1,9 @@
-#include "host.h"
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
+#include <kvfile/platform/host.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
+
 #include <array>
 #include <cerrno>
 #include <cstdio>

@@ -1,11 +1,13 @@
-#include "error_text.h"
-#include "host.h"
-#include "retry.h"
-#include "utl.h"
+#include <kvfile/platform/host.h>
+#include <kvfile/platform/utl.h>
+
+#include "hostlayer/error_text.h"
+#include "hostlayer/retry.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
 #include <cerrno>
 
 namespace {

@@ -2,14 +2,16 @@
 // not to the descriptor: closing any descriptor of the file gives up all locks that the process has
 // on it, and a second lock of the same process is never refused.
 
-#include "error_text.h"
-#include "host.h"
-#include "kvhost.h"
-#include "lock_wait_timer.h"
-#include "retry.h"
+#include <kvfile/kvhost.h>
+#include <kvfile/platform/host.h>
+
+#include "hostlayer/error_text.h"
+#include "hostlayer/lock_wait_timer.h"
+#include "hostlayer/retry.h"
 
 #include <fcntl.h>
 #include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 

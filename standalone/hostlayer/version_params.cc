@@ -1,10 +1,11 @@
-#include "version.h"
+#include <kvfile/platform/version.h>
 
 #include "build_info.h"
 
 #include <sched.h>
 #include <sys/utsname.h>
 #include <unistd.h>
+
 #include <cstdio>
 #include <fstream>
 #include <string>

@@ -1,6 +1,7 @@
 // Declared actions: the table of them, and calling one by its name.
+#include <kvfile/kvhost.h>
+
 #include "interface/error_state.h"
-#include "kvhost.h"
 
 #include <array>
 #include <atomic>

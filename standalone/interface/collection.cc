@@ -1,8 +1,9 @@
 // Collecting garbage: the collector's steps, with the files of dead file objects closed in between.
+#include <kvfile/kvhost.h>
+
 #include "interface/error_state.h"
 #include "interface/oop_map.h"
 #include "interface/sessions.h"
-#include "kvhost.h"
 #include "memory/collector.h"
 #include "memory/object_memory.h"
 

@@ -1,7 +1,8 @@
 // Objects for the embedding program: making them and looking into them.
+#include <kvfile/kvhost.h>
+
 #include "interface/object_access.h"
 #include "interface/object_creation.h"
-#include "kvhost.h"
 #include "memory/object_memory.h"
 #include "memory/symbol_table.h"
 

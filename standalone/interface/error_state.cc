@@ -1,6 +1,6 @@
 #include "interface/error_state.h"
 
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
 
 #include <cstdio>
 #include <cstdlib>

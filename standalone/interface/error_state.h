@@ -5,8 +5,9 @@
 // hold nothing that needs destruction.
 #pragma once
 
+#include <kvfile/platform/kci.h>
+
 #include "interface/error_table.h"
-#include "kci.h"
 
 #include <setjmp.h>
 

@@ -1,8 +1,8 @@
 // The errors that the standalone host's C interface reports by itself, with their texts.
 #pragma once
 
-#include "kci.h"
-#include "oop.h"
+#include <kvfile/platform/kci.h>
+#include <kvfile/platform/oop.h>
 
 namespace kvhost::interface {
 

@@ -1,7 +1,8 @@
 // Integers to identifiers and back.
+#include <kvfile/kvhost.h>
+
 #include "interface/error_state.h"
 #include "interface/object_creation.h"
-#include "kvhost.h"
 #include "memory/slot_directory.h"
 
 #include <cstring>

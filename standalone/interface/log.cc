@@ -1,5 +1,5 @@
 // The log: a stream that the embedding program chooses for the whole process.
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
 
 #include <atomic>
 

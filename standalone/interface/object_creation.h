@@ -1,8 +1,9 @@
 // Making objects without reporting errors: what the C interface and the embedding program share.
 #pragma once
 
+#include <kvfile/platform/oop.h>
+
 #include "memory/slot.h"
-#include "oop.h"
 
 #include <cstdint>
 #include <string_view>

@@ -1,7 +1,7 @@
 // The map from object identifiers to pointers, as far as the host itself looks into one.
 #pragma once
 
-#include "kcisup.h"
+#include <kvfile/platform/kcisup.h>
 
 #include <vector>
 

@@ -1,9 +1,9 @@
 #include "interface/sessions.h"
 
-#include "kvhost.h"
-#include "memory/object_memory.h"
+#include <kvfile/kvhost.h>
 
 #include "absl/container/flat_hash_map.h"
+#include "memory/object_memory.h"
 
 #include <unistd.h>
 

@@ -1,7 +1,8 @@
 // The sessions of the process. A session belongs to the thread that began it.
 #pragma once
 
-#include "kcisup.h"
+#include <kvfile/platform/kcisup.h>
+
 #include "memory/slot_directory.h"
 
 #include <vector>

@@ -6,7 +6,8 @@
 // is the one that can be given, so that what was set is what is answered. Sizes outside the
 // kernel's limits are moved to the limit (net.core.wmem_max, net.core.rmem_max), as for any socket,
 // and the answer tells.
-#include "host.h"
+#include <kvfile/platform/host.h>
+
 #include "interface/sessions.h"
 
 #include <sys/socket.h>

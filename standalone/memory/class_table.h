@@ -2,9 +2,10 @@
 // for one takes no lock.
 #pragma once
 
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
+#include <kvfile/platform/oop.h>
+
 #include "memory/slot.h"
-#include "oop.h"
 
 #include <span>
 #include <string_view>

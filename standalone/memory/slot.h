@@ -2,7 +2,7 @@
 // that names it. One slot is one cache line; small contents lie within it.
 #pragma once
 
-#include "oop.h"
+#include <kvfile/platform/oop.h>
 
 #include <atomic>
 #include <cstddef>

@@ -1,7 +1,7 @@
 // The Symbols: one for each text in the whole process, seen by all threads and never freed.
 #pragma once
 
-#include "oop.h"
+#include <kvfile/platform/oop.h>
 
 #include <string_view>
 

@@ -2,8 +2,8 @@
 // trivially destructible, and the record of the call lives in the recorder.
 #pragma once
 
-#include "failures.h"
-#include "recorder.h"
+#include "seam/failures.h"
+#include "seam/recorder.h"
 
 #include <algorithm>
 #include <array>

@@ -1,9 +1,11 @@
-#include "call_text.h"
+#include "seam/call_text.h"
 
-#include "kcicmn.h"
-#include "seam.h"
+#include <kvfile/platform/kcicmn.h>
+
+#include "seam/seam.h"
 
 #include <fmt/format.h>
+
 #include <zlib.h>
 
 #include <algorithm>

@@ -7,11 +7,11 @@
 // Both take the arguments as a tuple.
 #pragma once
 
-#include "gz_errors.h"
+#include <kvfile/platform/host.h>
+#include <kvfile/platform/unixio.h>
+#include <kvfile/platform/utl.h>
 
-#include "host.h"
-#include "unixio.h"
-#include "utl.h"
+#include "seam/gz_errors.h"
 
 #include <cerrno>
 #include <cstdint>

@@ -1,5 +1,5 @@
 // Faults as text: "NAME:COUNT[+]:ACTION".
-#include "recorder.h"
+#include "seam/recorder.h"
 
 #include <fmt/format.h>
 

@@ -1,4 +1,4 @@
-#include "gz_errors.h"
+#include "seam/gz_errors.h"
 
 #include <cerrno>
 #include <cstring>

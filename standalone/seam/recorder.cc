@@ -1,4 +1,4 @@
-#include "recorder.h"
+#include "seam/recorder.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -3,8 +3,8 @@
 // wrapper holds plain numbers only.
 #pragma once
 
-#include "call_text.h"
-#include "seam.h"
+#include "seam/call_text.h"
+#include "seam/seam.h"
 
 #include <cstddef>
 #include <string_view>

@@ -7,7 +7,7 @@
 // The state is per thread, so that sessions on other threads are not disturbed.
 #pragma once
 
-#include "kcicmn.h"
+#include <kvfile/platform/kcicmn.h>
 
 #include <cstdint>
 #include <functional>

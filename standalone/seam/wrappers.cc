@@ -1,17 +1,17 @@
 // The wrappers seam_X, generated from functions.def.
-#include "call.h"
-#include "gz_errors.h"
+#include <kvfile/platform/host.h>
+#include <kvfile/platform/kci.h>
+#include <kvfile/platform/kcistring.h>
+#include <kvfile/platform/kcisup.h>
+#include <kvfile/platform/lrsupreadline.h>
+#include <kvfile/platform/syserror.h>
+#include <kvfile/platform/unixio.h>
+#include <kvfile/platform/utl.h>
+#include <kvfile/platform/version.h>
 
-#include "host.h"
 #include "interface/error_state.h"
-#include "kci.h"
-#include "kcistring.h"
-#include "kcisup.h"
-#include "lrsupreadline.h"
-#include "syserror.h"
-#include "unixio.h"
-#include "utl.h"
-#include "version.h"
+#include "seam/call.h"
+#include "seam/gz_errors.h"
 
 #include <unistd.h>
 #include <zlib.h>
@@ -57,7 +57,7 @@ KciLoggerType tracedLogger();
   SEAM_ROW(name, #name, logThrough, logThrough, kinds, result, failure, traits)
 #define SEAM_VARIADIC(symbol, kinds, result, failure, traits) \
   SEAM_ROW(symbol, #symbol, printThrough, printThrough, kinds, result, failure, traits)
-#include "functions.def"
+#include "seam/functions.def"
 #undef SEAM_CALL_AS
 #undef SEAM_CALL
 #undef SEAM_CALL_VIA
@@ -113,7 +113,7 @@ void leaveInterfaceError(int64_t number) {
   SEAM_WRAPPER(symbol, arity, kinds)
 #define SEAM_INNER(name, arity, kinds, result, failure, traits)
 #define SEAM_VARIADIC(symbol, kinds, result, failure, traits)
-#include "functions.def"
+#include "seam/functions.def"
 #undef SEAM_CALL_AS
 #undef SEAM_CALL
 #undef SEAM_CALL_VIA
@@ -145,7 +145,7 @@ constexpr const FunctionInfo* FUNCTIONS[] = {
 #define SEAM_CALL_VIA(symbol, real, arity, kinds, result, failure, traits) &Row_##symbol::INFO,
 #define SEAM_INNER(name, arity, kinds, result, failure, traits) &Row_##name::INFO,
 #define SEAM_VARIADIC(symbol, kinds, result, failure, traits) &Row_##symbol::INFO,
-#include "functions.def"
+#include "seam/functions.def"
 };
 
 std::vector<std::string> namesOfAll() {

@@ -1,4 +1,4 @@
-#include "completion.h"
+#include "terminal/completion.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 // Tab completion: from the candidates of a completer to a change of the line.
 #pragma once
 
-#include "line_reader.h"
+#include "terminal/line_reader.h"
 
 #include <cstddef>
 #include <string>

@@ -1,8 +1,9 @@
-#include "history_file.h"
+#include "terminal/history_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 

@@ -1,16 +1,18 @@
-#include "line_reader.h"
+#include "terminal/line_reader.h"
 
-#include "completion.h"
-#include "history_file.h"
+#include <kvfile/kvhost.h>
+
 #include "hostlayer/interrupt.h"
-#include "kvhost.h"
-#include "terminal_scope.h"
+#include "terminal/completion.h"
+#include "terminal/history_file.h"
+#include "terminal/terminal_scope.h"
 
 #include <histedit.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>

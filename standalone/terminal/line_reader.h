@@ -4,7 +4,7 @@
 // UTF-8 as a rule.
 #pragma once
 
-#include "lrsupreadline.h"
+#include <kvfile/platform/lrsupreadline.h>
 
 #include <cstddef>
 #include <string>

@@ -1,6 +1,7 @@
-#include "terminal_scope.h"
+#include "terminal/terminal_scope.h"
 
 #include <langinfo.h>
+
 #include <atomic>
 #include <cstring>
 

@@ -2,7 +2,8 @@
 // call them.
 #pragma once
 
-#include "host.h"
+#include <kvfile/platform/host.h>
+
 #include "support/module_fixture.h"
 #include "support/returning_raise.h"
 

@@ -1,11 +1,13 @@
 // The codec by itself: bytes to decimal text and back, in any pieces.
-#include "bytes_fixture.h"
+#include "bytestrings/decimal_text.h"
 
-#include "kvfile/bytestrings/decimal_text.h"
+#include "bytestrings/bytes_fixture.h"
 
 #include <rapidcheck.h>
 
 namespace kvtest {
+
+using namespace kvf;
 namespace {
 
 using kvf::DecimalReader;

@@ -1,5 +1,5 @@
 // Decimal byte text loaded from an open file.
-#include "bytes_fixture.h"
+#include "bytestrings/bytes_fixture.h"
 
 namespace kvtest {
 namespace {

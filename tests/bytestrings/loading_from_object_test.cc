@@ -1,5 +1,5 @@
 // Decimal byte text loaded from a byte object: what is stored, and the index that is answered.
-#include "bytes_fixture.h"
+#include "bytestrings/bytes_fixture.h"
 
 namespace kvtest {
 namespace {

@@ -1,5 +1,5 @@
 // Random texts, good and bad: both loaders against the literal model, and printing back.
-#include "bytes_fixture.h"
+#include "bytestrings/bytes_fixture.h"
 
 #include <rapidcheck.h>
 

@@ -1,5 +1,5 @@
 // A byte object as decimal byte text.
-#include "bytes_fixture.h"
+#include "bytestrings/bytes_fixture.h"
 
 namespace kvtest {
 namespace {

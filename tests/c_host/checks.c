@@ -1,5 +1,5 @@
 #define _GNU_SOURCE
-#include "checks.h"
+#include "c_host/checks.h"
 
 #include <dirent.h>
 #include <stdio.h>

@@ -2,8 +2,9 @@
 #ifndef CHECKS_H
 #define CHECKS_H
 
-#include "kvfile.h"
-#include "minimal_host.h"
+#include <kvfile/kvfile.h>
+
+#include "c_host/minimal_host.h"
 
 enum { SESSION = 1, OTHER_SESSION = 2 };
 

@@ -1,8 +1,8 @@
 /* Embeds the module in a product that is C throughout: it links the module and the minimal host,
  * and neither of them needs anything of C++. */
-#include <string.h>
+#include "c_host/checks.h"
 
-#include "checks.h"
+#include <string.h>
 
 enum { TEXT_SIZE = 2048 };
 
@@ -13,7 +13,7 @@ static void checkDeclarations(void) {
   CHECK(KvfPassiveObjActionInit());
   CHECK(!KvfUserActionInit()); /* each name is taken now */
 #define KVF_ACTION(name, count, parameters, meaning) CHECK(miniDeclaredArgCount(#name) == (count));
-#include "action_table.def"
+#include <kvfile/action_table.def>
 }
 
 /* ---- the C functions ---- */

@@ -1,8 +1,8 @@
 /* What is raised, what jumps to a frame, and what stays pending. */
+#include "c_host/checks.h"
+
 #include <stdio.h>
 #include <string.h>
-
-#include "checks.h"
 
 /* ---- errors ---- */
 

@@ -1,9 +1,9 @@
 /* Actions, and the two ways out of them: the error-jump stack and the raise to the caller. */
+#include "c_host/minimal_host.h"
+
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-
-#include "minimal_host.h"
 
 enum { MAX_ACTIONS = 64 };
 

@@ -1,8 +1,8 @@
 /* Plain and compressed files. */
+#include "c_host/checks.h"
+
 #include <stdio.h>
 #include <string.h>
-
-#include "checks.h"
 
 /* ---- plain files ---- */
 

@@ -1,14 +1,14 @@
 /* Open files: descriptors, streams and record locks. */
 #define _GNU_SOURCE
+#include <kvfile/platform/host.h>
+#include <kvfile/platform/unixio.h>
+
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
-
-#include "host.h"
-#include "unixio.h"
 
 /* ---- descriptors ---- */
 

@@ -3,9 +3,9 @@
 #ifndef MINIMAL_HOST_H
 #define MINIMAL_HOST_H
 
-#include "kci.h"
-#include "kcistring.h"
-#include "kcisup.h"
+#include <kvfile/platform/kci.h>
+#include <kvfile/platform/kcistring.h>
+#include <kvfile/platform/kcisup.h>
 
 /* Classes of this host that oop.h does not name. */
 enum {

@@ -1,8 +1,8 @@
 /* The object memory: a fixed table of objects, and the classes that they can have. */
+#include "c_host/minimal_host.h"
+
 #include <stdlib.h>
 #include <string.h>
-
-#include "minimal_host.h"
 
 enum { MAX_OBJECTS = 4096, MAX_OBJECT_SIZE = 1 << 24, NOT_INSTANTIABLE = 2 };
 

@@ -1,5 +1,9 @@
 /* Names: paths, directories and the environment. */
 #define _GNU_SOURCE
+#include <kvfile/platform/host.h>
+
+#include "c_host/minimal_host.h"
+
 #include <ctype.h>
 #include <dirent.h>
 #include <errno.h>
@@ -7,9 +11,6 @@
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include "host.h"
-#include "minimal_host.h"
 
 /* ---- expansion ---- */
 

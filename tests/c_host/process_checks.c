@@ -1,12 +1,12 @@
 /* Paths, environment, log, locks and the terminal. */
 #define _GNU_SOURCE
+#include "c_host/checks.h"
+
 #include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include "checks.h"
 
 /* ---- paths and the process ---- */
 

@@ -1,18 +1,19 @@
 /* The rest of a product: allocator, error texts, versions and the line reader. */
 #define _GNU_SOURCE
+#include <kvfile/platform/host.h>
+#include <kvfile/platform/lrsupreadline.h>
+#include <kvfile/platform/unixio.h>
+#include <kvfile/platform/utl.h>
+#include <kvfile/platform/version.h>
+
+#include "c_host/minimal_host.h"
+
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
 #include <unistd.h>
-
-#include "host.h"
-#include "lrsupreadline.h"
-#include "minimal_host.h"
-#include "unixio.h"
-#include "utl.h"
-#include "version.h"
 
 /* ---- error texts ---- */
 

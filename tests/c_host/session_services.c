@@ -1,9 +1,9 @@
 /* Sessions, their file maps, the log and the socket buffer sizes. */
+#include "c_host/minimal_host.h"
+
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-
-#include "minimal_host.h"
 
 struct KciOopMapEntryType {
   OopType key;

@@ -1,10 +1,10 @@
 /* Integers, dates and character objects. */
 #define _GNU_SOURCE
+#include "c_host/minimal_host.h"
+
 #include <limits.h>
 #include <string.h>
 #include <time.h>
-
-#include "minimal_host.h"
 
 /* ---- integers ---- */
 

@@ -1,7 +1,7 @@
 // What a product does with the installed libraries: it links the module and the standalone host, and
 // reads back what it wrote.
-#include "kvfile/kvfile.h"
-#include "kvhost.h"
+#include <kvfile/kvfile.h>
+#include <kvfile/kvhost.h>
 
 #include <cstdio>
 #include <string>

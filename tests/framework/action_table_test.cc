@@ -3,6 +3,8 @@
 #include "support/module_fixture.h"
 
 namespace kvtest {
+
+using namespace kvf;
 namespace {
 
 struct Row {

@@ -1,8 +1,11 @@
 // The class-level error: taking it, installing it, and what its code does then.
 #include "framework/class_error.h"
+
 #include "support/module_fixture.h"
 
 namespace kvtest {
+
+using namespace kvf;
 namespace {
 
 class ClassError : public ModuleTest {

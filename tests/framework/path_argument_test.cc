@@ -6,6 +6,8 @@
 #include <cstring>
 
 namespace kvtest {
+
+using namespace kvf;
 namespace {
 
 constexpr OopType NO_OBJECT = 0x7FFFFFFFFFFFFF01;

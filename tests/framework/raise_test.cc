@@ -1,8 +1,11 @@
 // The record of an error that is raised.
 #include "framework/raise.h"
+
 #include "support/module_fixture.h"
 
 namespace kvtest {
+
+using namespace kvf;
 namespace {
 
 class Raise : public ModuleTest {

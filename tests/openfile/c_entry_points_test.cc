@@ -1,5 +1,5 @@
 // Reading and writing open files from C: sessions, counts, positions, error texts, the line reader.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 namespace kvtest {
 namespace {

@@ -1,5 +1,5 @@
 // The order in which actions ask the interface and the host, where an embedder may rely on it.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 namespace kvtest {
 namespace {

@@ -1,5 +1,5 @@
 // Which mode strings open a file, plain or through gzip.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 #include <rapidcheck/gtest.h>
 

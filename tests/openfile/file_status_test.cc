@@ -1,5 +1,5 @@
 // Closing, and what a file object tells about itself: open, compressed, descriptor, error.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 namespace kvtest {
 namespace {

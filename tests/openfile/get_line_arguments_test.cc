@@ -1,5 +1,5 @@
 // The arguments of reading a line: which are refused, and when each is looked at.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 namespace kvtest {
 namespace {

@@ -1,5 +1,5 @@
 // Reading lines into Strings: where they end, where they are stored, how the reading ends.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 namespace kvtest {
 namespace {

@@ -1,5 +1,5 @@
 // Positions and flushes of gzip files: what zlib allows, and where its members end.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 namespace kvtest {
 namespace {

@@ -1,5 +1,5 @@
 // What the locking actions say about their arguments, in the order in which they look.
-#include "lock_helpers.h"
+#include "openfile/lock_helpers.h"
 
 namespace kvtest {
 namespace {

@@ -1,7 +1,7 @@
 // Another process that holds, releases and sees record locks.
 #pragma once
 
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 #include <fcntl.h>
 #include <signal.h>

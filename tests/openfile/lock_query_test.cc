@@ -1,10 +1,12 @@
 // Asking who would refuse a lock, and the position arithmetic behind the answer.
-#include "kvfile/openfile/locking.h"
-#include "lock_helpers.h"
+#include <kvfile/platform/unixio.h>
 
-#include "unixio.h"
+#include "openfile/lock_helpers.h"
+#include "openfile/locking.h"
 
 namespace kvtest {
+
+using namespace kvf;
 namespace {
 
 TEST_F(Locking, AFreeRangeIsAnswered) {

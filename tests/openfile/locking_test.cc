@@ -1,5 +1,5 @@
 // Record locks against those of another process.
-#include "lock_helpers.h"
+#include "openfile/lock_helpers.h"
 
 namespace kvtest {
 namespace {

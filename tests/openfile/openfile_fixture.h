@@ -2,11 +2,13 @@
 // the host file, and child processes for what would disturb this one's standard streams.
 #pragma once
 
-#include "host.h"
+#include <kvfile/platform/host.h>
+
 #include "support/module_fixture.h"
 #include "support/returning_raise.h"
 
 #include <gmock/gmock.h>
+
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>

@@ -1,5 +1,5 @@
 // Opening host files: answers, the order of the checks, the class-level texts, registration.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 #include <fcntl.h>
 

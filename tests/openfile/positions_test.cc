@@ -1,5 +1,5 @@
 // Moving and asking the position of plain files, and what flushing does to it.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 namespace kvtest {
 namespace {

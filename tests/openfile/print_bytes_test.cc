@@ -1,5 +1,5 @@
 // Printing byte objects as decimal numbers.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 namespace kvtest {
 namespace {

@@ -1,5 +1,5 @@
 // Reading items into byte objects: the counts, the refills, the ends, the failures.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 namespace kvtest {
 namespace {

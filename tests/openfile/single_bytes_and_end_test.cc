@@ -1,5 +1,5 @@
 // Reading single bytes, and asking whether a file is at its end.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 namespace kvtest {
 namespace {

@@ -1,6 +1,6 @@
 // File objects bound to the process's standard streams. What writes to or closes one of them runs
 // in a child process whose stream is a file.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 #include <fcntl.h>
 

@@ -1,6 +1,6 @@
 // Reading standard input that is no terminal: a regular file, and a pipe, which cannot seek. Each
 // case runs in a child process with its own descriptor 0.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 #include <fcntl.h>
 

@@ -1,6 +1,6 @@
 // Reading standard input that is a terminal, with the line reader and without it: a child process
 // behind a pseudo-terminal runs the module, the test types.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 #include <poll.h>
 #include <pty.h>

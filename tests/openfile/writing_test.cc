@@ -1,5 +1,5 @@
 // Writing items from byte objects and single bytes: chunks, read-ahead, failures, arguments.
-#include "openfile_fixture.h"
+#include "openfile/openfile_fixture.h"
 
 namespace kvtest {
 namespace {

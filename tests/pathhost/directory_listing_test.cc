@@ -1,7 +1,6 @@
 // Listing a directory: names, classes of the names, failures, and names that fill the buffer.
-#include "path_fixture.h"
-
-#include "kvfile/pathhost/directory.h"
+#include "pathhost/directory.h"
+#include "pathhost/path_fixture.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,6 +9,8 @@
 #include <set>
 
 namespace kvtest {
+
+using namespace kvf;
 namespace {
 
 class Directory : public PathTest {

@@ -1,5 +1,5 @@
 // Reading, expanding and setting environment variables.
-#include "path_fixture.h"
+#include "pathhost/path_fixture.h"
 
 #include <optional>
 

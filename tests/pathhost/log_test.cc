@@ -1,5 +1,5 @@
 // Writing a string to the log: pieces, the newline at the end, and the flush flag.
-#include "path_fixture.h"
+#include "pathhost/path_fixture.h"
 
 #include <cstdio>
 

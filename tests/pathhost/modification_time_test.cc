@@ -1,9 +1,8 @@
 // The modification time as a DateTime, and errors of the interface on the way to it.
-#include "path_fixture.h"
-
-#include <sys/stat.h>
+#include "pathhost/path_fixture.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <ctime>
 

@@ -1,5 +1,5 @@
 // Which objects are accepted as paths, and what is raised for the others.
-#include "path_fixture.h"
+#include "pathhost/path_fixture.h"
 
 #include <functional>
 #include <optional>

@@ -1,5 +1,5 @@
 // What each path action answers and leaves in the class-level error when it fails.
-#include "path_fixture.h"
+#include "pathhost/path_fixture.h"
 
 #include <climits>
 #include <functional>

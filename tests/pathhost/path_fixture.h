@@ -2,10 +2,11 @@
 // texts, and a look at the arguments of recorded platform calls.
 #pragma once
 
-#include "host.h"
+#include <kvfile/platform/host.h>
+#include <kvfile/platform/utl.h>
+
 #include "support/module_fixture.h"
 #include "support/returning_raise.h"
-#include "utl.h"
 
 #include <gmock/gmock.h>
 

@@ -1,11 +1,10 @@
 // What the path actions do to the file system and answer, and which names they hand to the host.
-#include "path_fixture.h"
+#include "pathhost/path_fixture.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <climits>

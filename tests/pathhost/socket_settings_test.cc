@@ -1,5 +1,5 @@
 // Socket buffer sizes: the checks in their order, and sizes that really are set.
-#include "path_fixture.h"
+#include "pathhost/path_fixture.h"
 
 #include <climits>
 

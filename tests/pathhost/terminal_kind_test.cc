@@ -1,11 +1,10 @@
 // Kinds of the standard files: terminals and others, in children whose standard files are set up
 // for it.
-#include "path_fixture.h"
-
-#include <sys/wait.h>
+#include "pathhost/path_fixture.h"
 
 #include <fcntl.h>
 #include <pty.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace kvtest {

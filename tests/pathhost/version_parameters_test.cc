@@ -1,7 +1,7 @@
 // Version parameters of the build and the machine, and the read through the host's test pointer.
-#include "path_fixture.h"
+#include <kvfile/platform/version.h>
 
-#include "version.h"
+#include "pathhost/path_fixture.h"
 
 #include <sys/utsname.h>
 #include <unistd.h>

@@ -14,7 +14,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 
-# File below src/kvfile, text, replacement, what breaks.
+# File below src, text, replacement, what breaks.
 FAULTS = [
     ("record/reading.cc", "memmove(readBuffer, &readBuffer[readBufIdx], static_cast<size_t>(avail));",
      "memmove(readBuffer, &readBuffer[readBufIdx], static_cast<size_t>(avail - 1));",
@@ -155,7 +155,7 @@ def prepare(work):
     if not copy.exists():
         shutil.copytree(ROOT, copy, ignore=shutil.ignore_patterns("build", "build-*", ".git"))
     subprocess.run(["cmake", "-S", copy, "-B", copy / "build", "-G", "Ninja",
-                    "-DCMAKE_BUILD_TYPE=Release", "-DKVF_WERROR=OFF"], check=True, capture_output=True)
+                    "-DCMAKE_BUILD_TYPE=Release", "-DKVFILE_WERROR=OFF"], check=True, capture_output=True)
     done = build(copy)
     if done.returncode != 0 or noticing_program(copy) is not None:
         sys.exit("the tests do not pass before anything is broken:\n" + done.stdout[-2000:])
@@ -165,7 +165,7 @@ def prepare(work):
 def plant(copy, fault):
     """Answers the name of the program that noticed, or None."""
     file, text, replacement, _ = fault
-    path = copy / "src" / "kvfile" / file
+    path = copy / "src" / file
     sound = path.read_text()
     if sound.count(text) != 1:
         sys.exit(f"{file}: the text stands there {sound.count(text)} times: {text}")

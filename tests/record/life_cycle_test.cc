@@ -1,6 +1,7 @@
 // How a record is made, set up, reused and freed, and what its mode string allows.
+#include <kvfile/platform/utl.h>
+
 #include "support/record_fixture.h"
-#include "utl.h"
 
 #include <cstring>
 

@@ -6,6 +6,8 @@
 #include <limits>
 
 namespace kvtest {
+
+using namespace kvf;
 namespace {
 
 constexpr int64 LARGEST = std::numeric_limits<int64>::max();

@@ -1,5 +1,6 @@
 // Refills from standard input, a line at a time.
-#include "kvfile.h"
+#include <kvfile/kvfile.h>
+
 #include "support/record_fixture.h"
 #include "support/standard_streams.h"
 

@@ -1,5 +1,5 @@
 // Faults befall the call that they name, and look like real ones.
-#include "seam_fixture.h"
+#include "seam/seam_fixture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

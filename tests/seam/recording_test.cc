@@ -1,5 +1,5 @@
 // What the record holds of each call.
-#include "seam_fixture.h"
+#include "seam/seam_fixture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,12 +1,12 @@
 // The wrappers that the seamed module calls, with the types of what they stand for.
 #pragma once
 
-#include "host.h"
-#include "kci.h"
-#include "kcistring.h"
-#include "kcisup.h"
-#include "unixio.h"
-#include "utl.h"
+#include <kvfile/platform/host.h>
+#include <kvfile/platform/kci.h>
+#include <kvfile/platform/kcistring.h>
+#include <kvfile/platform/kcisup.h>
+#include <kvfile/platform/unixio.h>
+#include <kvfile/platform/utl.h>
 
 #include <unistd.h>
 #include <zlib.h>

@@ -1,10 +1,10 @@
 // A thread with a session of the standalone host, a scratch directory, and a seam at rest.
 #pragma once
 
-#include "seam/seam.h"
-#include "seam_calls.h"
+#include <kvfile/kvhost.h>
 
-#include "kvhost.h"
+#include "seam/seam.h"
+#include "seam/seam_calls.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

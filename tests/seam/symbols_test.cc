@@ -89,7 +89,7 @@ TEST(SeamedModule, CallsNothingPastTheSeam) {
 // The functions that the platform's headers declare, by their text: a declaration that a header
 // gains must get its row.
 std::vector<std::string> declaredIn(const std::string& header) {
-  std::ifstream in(std::string(KVF_SOURCE_DIR "/src/") + header);
+  std::ifstream in(std::string(KVF_SOURCE_DIR "/include/kvfile/platform/") + header);
   std::ostringstream text;
   text << in.rdbuf();
   std::string code =

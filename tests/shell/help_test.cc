@@ -2,7 +2,7 @@
 #include "completion.h"
 #include "functions.h"
 #include "messages.h"
-#include "workspace.h"
+#include "shell/workspace.h"
 
 #include <gmock/gmock.h>
 

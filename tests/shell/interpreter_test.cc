@@ -1,6 +1,7 @@
-#include "workspace.h"
+#include "shell/workspace.h"
 
 #include <sys/resource.h>
+
 #include <csignal>
 
 namespace shell {

@@ -1,8 +1,7 @@
 #include "parser.h"
 
-#include <gtest/gtest.h>
-
 #include <fmt/format.h>
+#include <gtest/gtest.h>
 
 namespace shell {
 namespace {

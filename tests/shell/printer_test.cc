@@ -1,5 +1,5 @@
+#include "shell/workspace.h"
 #include "text.h"
-#include "workspace.h"
 
 #include <chrono>
 

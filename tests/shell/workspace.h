@@ -1,9 +1,10 @@
 // A workspace for tests: a session, an output stream, and a directory of its own.
 #pragma once
 
+#include <kvfile/kvfile.h>
+#include <kvfile/kvhost.h>
+
 #include "interpreter.h"
-#include "kvfile/kvfile.h"
-#include "kvhost.h"
 #include "parser.h"
 #include "printer.h"
 #include "runner.h"

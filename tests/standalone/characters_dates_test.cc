@@ -1,5 +1,5 @@
 // Character objects and dates.
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // Collecting garbage: what is kept, what is freed, and which files are handed over.
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
 
 #include <gtest/gtest.h>
 

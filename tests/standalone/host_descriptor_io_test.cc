@@ -1,13 +1,15 @@
-#include "host.h"
-#include "host_fixture.h"
-#include "kvhost.h"
-#include "unixio.h"
+#include <kvfile/kvhost.h>
+#include <kvfile/platform/host.h>
+#include <kvfile/platform/unixio.h>
+
+#include "standalone/host_fixture.h"
 
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
+
 #include <atomic>
 #include <cerrno>
 #include <thread>

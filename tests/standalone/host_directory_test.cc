@@ -1,9 +1,11 @@
-#include "host.h"
-#include "host_fixture.h"
+#include <kvfile/platform/host.h>
+
+#include "standalone/host_fixture.h"
 
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <csetjmp>

@@ -1,9 +1,10 @@
-#include "host.h"
-#include "syserror.h"
+#include <kvfile/platform/host.h>
+#include <kvfile/platform/syserror.h>
 
 #include <gtest/gtest.h>
 
 #include <netdb.h>
+
 #include <cerrno>
 #include <cstring>
 #include <string>

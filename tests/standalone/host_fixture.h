@@ -7,6 +7,7 @@
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
 #include <chrono>
 #include <csignal>
 #include <cstdio>

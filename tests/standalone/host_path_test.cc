@@ -1,6 +1,7 @@
-#include "host.h"
-#include "host_fixture.h"
-#include "utl.h"
+#include <kvfile/platform/host.h>
+#include <kvfile/platform/utl.h>
+
+#include "standalone/host_fixture.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +10,7 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/un.h>
+
 #include <cerrno>
 #include <cstring>
 #include <string>

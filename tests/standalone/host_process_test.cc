@@ -1,16 +1,18 @@
 // The environment, name expansion, version parameters, the allocator and the test pointer.
 
-#include "host.h"
-#include "host_fixture.h"
-#include "kvhost.h"
-#include "utl.h"
-#include "version.h"
+#include <kvfile/kvhost.h>
+#include <kvfile/platform/host.h>
+#include <kvfile/platform/utl.h>
+#include <kvfile/platform/version.h>
+
+#include "standalone/host_fixture.h"
 
 #include <gtest/gtest.h>
 
 #include <pwd.h>
 #include <sched.h>
 #include <sys/utsname.h>
+
 #include <csetjmp>
 #include <cstdint>
 #include <cstring>

@@ -1,11 +1,13 @@
-#include "host.h"
-#include "host_fixture.h"
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
+#include <kvfile/platform/host.h>
+
+#include "standalone/host_fixture.h"
 
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <pthread.h>
+
 #include <cerrno>
 #include <string>
 #include <thread>

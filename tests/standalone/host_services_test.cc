@@ -1,8 +1,9 @@
 // The log and the socket buffer sizes.
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
+
+#include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>

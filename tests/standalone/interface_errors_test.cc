@@ -1,5 +1,5 @@
 // Errors of the C interface in both modes, raising, and calling actions.
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
 
 #include <gtest/gtest.h>
 

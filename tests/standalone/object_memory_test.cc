@@ -1,5 +1,5 @@
 // Objects: identifiers, contents, growth, invariance, Symbols, integers.
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
 
 #include <gtest/gtest.h>
 

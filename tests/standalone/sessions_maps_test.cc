@@ -1,5 +1,5 @@
 // Sessions, the maps of objects, and what a session keeps.
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,9 @@
 // The line reader on a real terminal: a child process on the far side of a pseudo-terminal reads
 // lines, while the test types and looks at what is shown.
 
-#include "host_fixture.h"
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
+
+#include "standalone/host_fixture.h"
 #include "terminal/line_reader.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@
 #include <pty.h>
 #include <sys/ioctl.h>
 #include <termios.h>
+
 #include <cerrno>
 #include <cstring>
 #include <string>

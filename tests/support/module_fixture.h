@@ -2,10 +2,11 @@
 // what the module asked of its platform.
 #pragma once
 
-#include "kcisup.h"
-#include "kvfile.h"
-#include "kvhost.h"
-#include "oop.h"
+#include <kvfile/kvfile.h>
+#include <kvfile/kvhost.h>
+#include <kvfile/platform/kcisup.h>
+#include <kvfile/platform/oop.h>
+
 #include "seam/seam.h"
 
 #include <gtest/gtest.h>

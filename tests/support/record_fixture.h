@@ -23,6 +23,8 @@
 
 namespace kvtest {
 
+using namespace kvf;
+
 // The three positions that have to agree.
 struct Positions {
   int64 logical;    // what Smalltalk sees

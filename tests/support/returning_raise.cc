@@ -1,6 +1,6 @@
-#include "returning_raise.h"
+#include "support/returning_raise.h"
 
-#include "kci.h"
+#include <kvfile/platform/kci.h>
 
 namespace {
 

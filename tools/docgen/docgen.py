@@ -4,9 +4,9 @@
 Each action is defined behind a block of `///` lines: a summary, then paragraphs that begin with the
 labels below. The table gives the names, the arguments and the one-line meanings.
 
-  docgen.py --module src/kvfile --reference docs/reference          writes the pages
-  docgen.py --module src/kvfile --reference docs/reference --check  fails where they are stale
-  docgen.py --module src/kvfile --include FILE                      writes a C++ include for the shell
+  docgen.py --source . --reference docs/reference          writes the pages
+  docgen.py --source . --reference docs/reference --check  fails where they are stale
+  docgen.py --source . --include FILE                      writes a C++ include for the shell
 
 --check also fails where an action has no comment, or where its comment lacks a paragraph. Without it
 such gaps are warnings, so that a build goes on.
@@ -53,14 +53,15 @@ class Action:
         return found
 
 
-def read_table(module):
+def read_table(source):
     actions = {}
-    for line in (module / "action_table.def").read_text(encoding="utf-8").splitlines():
+    table = source / "include" / "kvfile" / "action_table.def"
+    for line in table.read_text(encoding="utf-8").splitlines():
         row = ROW.match(line)
         if row:
             actions[row[1]] = Action(row[1], int(row[2]), row[3], row[4])
     if not actions:
-        raise SystemExit(f"docgen: no rows in {module / 'action_table.def'}")
+        raise SystemExit(f"docgen: no rows in {table}")
     return actions
 
 
@@ -162,7 +163,7 @@ def page(action):
         if label in action.paragraphs:
             lines += [f"## {label}", ""]
             lines += textwrap.wrap(sentence(escape(action.paragraphs[label])), 100) + [""]
-    lines.append(f"Source: `src/kvfile/{action.source}`. [All actions](README.md)")
+    lines.append(f"Source: `src/{action.source}`. [All actions](README.md)")
     return "\n".join(lines) + "\n"
 
 
@@ -194,7 +195,7 @@ def write_if_changed(path, text):
 
 
 def stale_pages(folder, files):
-    found = [f"{folder / name}: stale; run tools/docgen/docgen.py --module src/kvfile --reference "
+    found = [f"{folder / name}: stale; run tools/docgen/docgen.py --source . --reference "
              f"{folder}" for name, text in files.items()
              if not (folder / name).exists()
              or (folder / name).read_text(encoding="utf-8") != text]
@@ -205,15 +206,15 @@ def stale_pages(folder, files):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--module", type=pathlib.Path, required=True, help="the module's folder")
+    parser.add_argument("--source", type=pathlib.Path, required=True, help="the tree's root")
     parser.add_argument("--include", type=pathlib.Path, help="write this C++ include")
     parser.add_argument("--reference", type=pathlib.Path, help="the folder of the pages")
     parser.add_argument("--check", action="store_true", help="write nothing; fail where stale")
     options = parser.parse_args()
 
-    actions = read_table(options.module)
+    actions = read_table(options.source)
     problems = []
-    read_sources(options.module, actions, problems)
+    read_sources(options.source / "src", actions, problems)
     problems += [problem for action in actions.values() for problem in action.problems()]
     if options.include and not options.check:
         # Always written, so that the build sees a time behind that of the sources.

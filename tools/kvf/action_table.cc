@@ -1,7 +1,8 @@
 #include "action_table.h"
 
+#include <kvfile/kvhost.h>
+
 #include "functions.h"
-#include "kvhost.h"
 
 #include <fmt/format.h>
 
@@ -14,7 +15,7 @@ namespace {
 
 #define KVF_ACTION(name, count, parameters, meaning) ActionRow{#name, count, #parameters, meaning},
 constexpr std::array ROWS = {
-#include "kvfile/action_table.def"
+#include <kvfile/action_table.def>
 };
 
 struct Documentation {

@@ -1,8 +1,9 @@
 #include "checker.h"
 
+#include <kvfile/kvhost.h>
+
 #include "files.h"
 #include "interpreter.h"
-#include "kvhost.h"
 #include "parser.h"
 #include "runner.h"
 #include "text.h"
@@ -12,6 +13,7 @@
 
 #include <sys/wait.h>
 #include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>

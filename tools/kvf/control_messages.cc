@@ -1,5 +1,6 @@
 // Messages of Booleans and blocks: choice, repetition, and going on after an error.
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
+
 #include "messages.h"
 
 #include <array>

@@ -1,8 +1,9 @@
 #include "functions.h"
 
+#include <kvfile/kvfile.h>
+#include <kvfile/kvhost.h>
+
 #include "action_table.h"
-#include "kvfile/kvfile.h"
-#include "kvhost.h"
 #include "messages.h"
 #include "printer.h"
 #include "terminal/line_reader.h"

@@ -1,9 +1,10 @@
 #include "interactive.h"
 
+#include <kvfile/kvfile.h>
+#include <kvfile/kvhost.h>
+
 #include "completion.h"
 #include "files.h"
-#include "kvfile/kvfile.h"
-#include "kvhost.h"
 #include "parser.h"
 #include "terminal/line_reader.h"
 

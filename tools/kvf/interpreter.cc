@@ -1,14 +1,16 @@
 #include "interpreter.h"
 
+#include <kvfile/kvfile.h>
+#include <kvfile/kvhost.h>
+
 #include "files.h"
 #include "functions.h"
-#include "kvfile/kvfile.h"
-#include "kvhost.h"
 #include "messages.h"
 
 #include <fmt/format.h>
 
 #include <unistd.h>
+
 #include <algorithm>
 #include <climits>
 #include <exception>

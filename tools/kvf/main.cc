@@ -1,4 +1,7 @@
 // The command line of kvf.
+#include <kvfile/kvfile.h>
+#include <kvfile/kvhost.h>
+
 #include "action_table.h"
 #include "checker.h"
 #include "files.h"
@@ -6,14 +9,13 @@
 #include "instrumentation.h"
 #include "interactive.h"
 #include "interpreter.h"
-#include "kvfile/kvfile.h"
-#include "kvhost.h"
 #include "runner.h"
 
-#include <fmt/format.h>
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 #include <unistd.h>
+
 #include <algorithm>
 #include <csignal>
 #include <cstdio>

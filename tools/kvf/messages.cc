@@ -1,7 +1,8 @@
 #include "messages.h"
 
+#include <kvfile/kvhost.h>
+
 #include "functions.h"
-#include "kvhost.h"
 
 #include <fmt/format.h>
 

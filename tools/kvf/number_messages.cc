@@ -1,5 +1,6 @@
 // Messages of integers and Characters.
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
+
 #include "messages.h"
 
 #include <array>

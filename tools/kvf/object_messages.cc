@@ -1,5 +1,6 @@
 // Messages that every object understands, and those of classes.
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
+
 #include "messages.h"
 #include "printer.h"
 

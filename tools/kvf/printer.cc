@@ -1,6 +1,7 @@
 #include "printer.h"
 
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
+
 #include "messages.h"
 #include "text.h"
 

@@ -1,6 +1,6 @@
 #include "root_stack.h"
 
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
 
 namespace shell {
 

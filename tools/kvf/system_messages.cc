@@ -1,12 +1,14 @@
 // Messages of the globals Session and Smalltalk.
+#include <kvfile/kvhost.h>
+
 #include "action_table.h"
-#include "kvhost.h"
 #include "messages.h"
 
 #include <fmt/format.h>
 
 #include <sys/wait.h>
 #include <unistd.h>
+
 #include <array>
 #include <chrono>
 #include <cstdio>

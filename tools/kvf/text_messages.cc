@@ -1,5 +1,6 @@
 // Messages of texts, ByteArrays and Arrays.
-#include "kvhost.h"
+#include <kvfile/kvhost.h>
+
 #include "messages.h"
 #include "printer.h"
 #include "text.h"

@@ -1,7 +1,8 @@
 // What an expression of the shell's language can answer, and how its evaluation fails.
 #pragma once
 
-#include "kci.h"
+#include <kvfile/platform/kci.h>
+
 #include "syntax.h"
 
 #include <memory>

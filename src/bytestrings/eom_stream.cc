@@ -1,0 +1,38 @@
+#include "bytestrings/eom_stream.h"
+
+#include <kvfile/platform/kci.h>
+
+#include "framework/wrapping.h"
+
+#include <cstring>
+
+namespace kvf {
+
+void eomReadStreamOpen(OopType oBytes, int64 idx, EomStream* stream) {
+  stream->obytes = oBytes;
+  stream->size = KciFetchSize_(oBytes);
+  stream->idx = wrappingSubtract(idx, 1);
+  stream->bufindex = 0;
+  stream->bufbytes = 0;
+  memset(stream->buffer, 0, sizeof stream->buffer);
+}
+
+static BoolType refill(EomStream* stream) {
+  if (stream->idx >= stream->size) return FALSE;
+  // Far below the object's start the difference wraps to a negative number: that is plenty, too.
+  const int64 left = wrappingSubtract(stream->size, stream->idx);
+  const int64 wanted = left > 0 && left < EOMBUFFERSIZE ? left : EOMBUFFERSIZE;
+  KciFetchBytes_(stream->obytes, stream->idx + 1, stream->buffer, wanted);
+  stream->bufbytes = wanted;
+  stream->bufindex = 0;
+  return TRUE;
+}
+
+BoolType eomReadStreamNext(EomStream* stream, unsigned char* chp) {
+  if (stream->bufindex == stream->bufbytes && !refill(stream)) return FALSE;
+  *chp = stream->buffer[stream->bufindex++];
+  ++stream->idx;
+  return TRUE;
+}
+
+}  // namespace kvf

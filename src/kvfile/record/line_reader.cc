@@ -1,3 +1,0 @@
-#include "line_reader.h"
-
-LineReaderStateType* lineReadState = nullptr;

@@ -1,7 +1,0 @@
-// The terminal line reader that reads of standard input use. One for the process and without a
-// lock: it is set and cleared when the product starts up and shuts down.
-#pragma once
-
-#include "lrsupreadline.h"
-
-extern LineReaderStateType* lineReadState;  // null: none installed

@@ -1,0 +1,65 @@
+#include "pathhost/directory.h"
+
+#include <kvfile/kvfile.h>
+#include <kvfile/platform/kci.h>
+#include <kvfile/platform/kcistring.h>
+
+#include "framework/class_error.h"
+#include "framework/std_file_names.h"
+#include "framework/texts.h"
+#include "pathhost/name_strings.h"
+
+#include <cstdio>
+#include <type_traits>
+
+namespace kvf {
+
+// The callback may leave by an interface error, over the walk's frames.
+static_assert(std::is_trivially_destructible_v<HostDirClientDataType>);
+
+BoolType clientDirCallback(const char* dirName, const char* fileName, const char* seperator,
+                           HostDirClientDataType* clData) {
+  char fullName[2 * HOST_FNAME_MAX_SIZE + 1];
+  const char* name = fileName;
+  if (clData->fullPath) {
+    snprintf(fullName, sizeof fullName, "%s%s%s", dirName, seperator, fileName);
+    name = fullName;
+  }
+  const OopType string = clData->utfResult ? newNameString(name) : KciNewString(name);
+  KciAppendOops(clData->arrayOop, 1, &string);
+  return TRUE;
+}
+
+OopType KvfDirectoryContents(const KvfPath* aPath, BoolType forRuby, BoolType utfResultsBool) {
+  const OopType array = KciNewOop(OOP_CLASS_ARRAY);
+  HostDirClientDataType clData(nullptr, nullptr, array, forRuby, TRUE, utfResultsBool);
+  if (aPath->isUtf16) return OOP_NIL;
+  return HostDirectory(aPath->path, clientDirCallback, &clData, 0) ? array : OOP_NIL;
+}
+
+}  // namespace kvf
+
+using namespace kvf;
+
+/// Lists a directory. The path is not expanded; "." and ".." are left to the host, the order too.
+///
+/// Arguments: oClass, the receiver. oDirSpec, a String of at most 4095 bytes. utfResultsBool, true
+///   to get names with bytes above 127 as UTF-8 strings; else all are Strings of the names' raw
+///   bytes.
+/// Answers: a new Array of new strings, each the directory, the host's separator and the name;
+///   empty for an empty directory. nil when the directory could not be walked to its end.
+/// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
+/// Stores: at class level {TEXT_DIRECTORY_STD_FILE} for the name of a standard file, beside the
+///   code that was there; nothing when the walk failed.
+/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, KciNewOop, HostDirectory; per entry
+///   KciNewString, or KciAll7Bit and KciNewByteObj, and KciAppendOops.
+/// Blocks: as the file system does.
+OopType KvfDirectory(OopType /*oClass*/, OopType oDirSpec, OopType utfResultsBool) {
+  KvfPath aPath;
+  if (!fetchPath(oDirSpec, &aPath)) return OOP_NIL;
+  if (isStdFile(&aPath)) {
+    storeClassErrorString(TEXT_DIRECTORY_STD_FILE);
+    return OOP_NIL;
+  }
+  return KvfDirectoryContents(&aPath, FALSE, utfResultsBool == OOP_TRUE);
+}

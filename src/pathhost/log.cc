@@ -1,0 +1,74 @@
+// Writing to the interface's log.
+#include <kvfile/kvfile.h>
+#include <kvfile/platform/kci.h>
+#include <kvfile/platform/kcistring.h>
+#include <kvfile/platform/kcisup.h>
+
+#include "framework/raise.h"
+
+#include <algorithm>
+
+namespace kvf {
+
+namespace {
+
+constexpr int64 max_chunk = 1023;  // bytes of text in one call of the logger
+constexpr int long_text = 2;       // flag of a fetch piece by piece
+
+struct Logged {
+  int64 total;    // bytes
+  char lastByte;  // meaningful where total is not 0
+};
+
+// Logs the text of `oString` in chunks, which may end within a character. Leaves at `*utf8String`
+// the object that later pieces were fetched from.
+Logged logChunks(OopType oString, OopType* utf8String, KciLoggerType log) {
+  char chunk[max_chunk + 1];
+  Logged logged = {0, '\0'};
+  for (;;) {
+    const OopType source = *utf8String;
+    const int64 count =
+        KciFetchUtf8Bytes_(logged.total == 0 ? oString : source, logged.total + 1,
+                           reinterpret_cast<ByteType*>(chunk), max_chunk, utf8String, long_text);
+    if (count <= 0) return logged;
+    const int64 length = std::min(count, max_chunk);
+    logged.lastByte = chunk[length - 1];
+    logged.total += count;
+    chunk[length] = '\0';
+    log(chunk);
+  }
+}
+
+}  // namespace
+
+}  // namespace kvf
+
+using namespace kvf;
+
+/// Writes a string to the interface's log, flushed, in pieces of at most 1023 bytes of UTF-8, and a
+/// newline behind it unless it ends in one.
+///
+/// Arguments: oClass, the receiver. oString, a String, Symbol or UTF-16 string.
+/// Answers: oClass, also for an empty string, which logs nothing.
+/// Raises: 2094 with oString and class String for an object that has bytes but no text.
+/// Stores: nothing. The logger stays flushing where nothing was logged, else as it was.
+/// Host calls: KciGetLoggerFlush, KciSetLoggerFlush, KciGetLogger; per piece KciFetchUtf8Bytes_ and
+///   the logger; KciReleaseOops for a converted string, KciSetLoggerFlush; KciFetchSize_ where
+///   nothing was logged.
+/// Blocks: as writing the log does.
+OopType KvfKciLog(OopType oClass, OopType oString) {
+  const int savedFlush = KciGetLoggerFlush();
+  KciSetLoggerFlush(1);
+  const KciLoggerType log = KciGetLogger();
+  OopType utf8String = oString;
+  const Logged logged = logChunks(oString, &utf8String, log);
+  if (logged.total == 0) {
+    if (KciFetchSize_(oString) == 0) return oClass;
+    raiseError(KVF_ERR_ARGUMENT_CLASS, oString, OOP_CLASS_STRING);
+    return OOP_NIL;
+  }
+  if (logged.lastByte != '\n') log("\n");
+  if (utf8String != oString) KciReleaseOops(&utf8String, 1);
+  KciSetLoggerFlush(savedFlush);
+  return oClass;
+}

@@ -1,0 +1,53 @@
+#include "record/eol_scan.h"
+
+#include <cstring>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+namespace kvf {
+
+#ifdef __SSE2__
+// Bit i is set where p[i] is the byte in every lane of `wanted`, for 64 bytes.
+static inline uint64_t matches64(const ByteType* p, __m128i wanted) {
+  uint64_t mask = 0;
+  for (size_t lane = 0; lane < 4; ++lane) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * lane));
+    const auto bits = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, wanted)));
+    mask |= static_cast<uint64_t>(bits) << (16 * lane);
+  }
+  return mask;
+}
+#endif
+
+// The index of the first `c` in buffer[idx..size), or `size`. Most lines are short, so that the
+// first 64 bytes are looked at here, without a call.
+static inline intptr_t findByte(const ByteType* buffer, intptr_t idx, intptr_t size, ByteType c) {
+#ifdef __SSE2__
+  if (size - idx >= 64) {
+    const uint64_t mask = matches64(buffer + idx, _mm_set1_epi8(static_cast<char>(c)));
+    if (mask != 0) return idx + __builtin_ctzll(mask);
+    idx += 64;
+  }
+#endif
+  if (idx >= size) return size;
+  const void* hit = memchr(buffer + idx, c, static_cast<size_t>(size - idx));
+  return hit == nullptr ? size : static_cast<const ByteType*>(hit) - buffer;
+}
+
+EolScan scanForEol(const ByteType* buffer, intptr_t idx, intptr_t size, const ByteType* eolBuf,
+                   int eolSize) {
+  while (idx < size) {
+    idx = findByte(buffer, idx, size, eolBuf[0]);
+    if (idx == size) break;
+    if (eolSize > size - idx) break;
+    if (eolSize == 1 || memcmp(buffer + idx, eolBuf, static_cast<size_t>(eolSize)) == 0) {
+      return {idx + eolSize, 1};
+    }
+    idx += eolSize;
+  }
+  return {idx, 0};
+}
+
+}  // namespace kvf

@@ -1,0 +1,87 @@
+// Life cycle and mode of a record.
+#include "record/file_record.h"
+
+#include <kvfile/platform/utl.h>
+
+#include "framework/texts.h"
+#include "record/allocation_sites.h"
+
+#include <cstring>
+
+namespace kvf {
+
+KvFileDataSType* KvFileDataSType::allocate() {
+  auto* record =
+      static_cast<KvFileDataSType*>(UtlMalloc(sizeof(KvFileDataSType), KVF_SITE_FILE_RECORD));
+  if (record != nullptr) record->readBuffer[0] = 0;
+  return record;
+}
+
+void KvFileDataSType::initialize(FILE* fileArg, gzFile gzFileArg, BoolType isClientArg,
+                                 OopType kvfileOID, BoolType isStd, const char* mode) {
+  // A null mode leaves the flags as they are, so that a new record needs some.
+  readable = FALSE;
+  writable = FALSE;
+  isAppend = FALSE;
+  errString = nullptr;
+  next = nullptr;
+  prev = nullptr;
+  reinitialize(fileArg, gzFileArg, isClientArg, kvfileOID, isStd, mode);
+}
+
+void KvFileDataSType::reinitialize(FILE* fileArg, gzFile gzFileArg, BoolType /*isClientArg*/,
+                                   OopType kvfileOID, BoolType isStd, const char* mode) {
+  fPtr = fileArg;
+  zf = gzFileArg;
+  compressed = gzFileArg != nullptr;
+  objId = kvfileOID;
+  pathObj = OOP_NIL;
+  isClient = TRUE;
+  lastOpWasRead = -1;
+  lastReadEof = FALSE;
+  lastPutcWasEoln = TRUE;
+  closeOnFinalize = TRUE;
+  errCode = 0;
+  zErrCode = 0;
+  nextOsReadPos = 0;
+  readBufSize = 0;
+  readBufIdx = 0;
+  setFromMode(mode);
+  isStdFile = isStd != 0;
+}
+
+void KvFileDataSType::deallocate(KvFileDataSType* dataPtr) {
+  if (dataPtr->errString != nullptr) {
+    UtlFree(dataPtr->errString);
+    dataPtr->errString = nullptr;
+  }
+  UtlFree(dataPtr);
+}
+
+void KvFileDataSType::setFromMode(const char* mode) {
+  if (mode == nullptr) return;
+  writable = FALSE;
+  readable = FALSE;
+  isAppend = FALSE;
+  // "+" counts only right behind its letter. "ab+" therefore is append mode, unlike "a+" and "a+b",
+  // and existing images rely on where its seeks are refused.
+  if (strstr(mode, "a+") != nullptr || strstr(mode, "r+") != nullptr ||
+      strstr(mode, "w+") != nullptr) {
+    writable = TRUE;
+    readable = TRUE;
+    return;
+  }
+  readable = strchr(mode, 'r') != nullptr;
+  writable = strchr(mode, 'w') != nullptr;
+  if (!writable && strchr(mode, 'a') != nullptr) {
+    isAppend = TRUE;
+    writable = TRUE;
+  }
+  if (!readable && !writable) storeErrorString(TEXT_INCONSISTENT_MODE);
+}
+
+BoolType KvFileDataSType::isOpen() const { return compressed ? zf != nullptr : fPtr != nullptr; }
+
+BoolType KvFileDataSType::usingCompression() const { return compressed && gzdirect(zf) == 0; }
+
+}  // namespace kvf

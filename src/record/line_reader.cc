@@ -1,0 +1,7 @@
+#include "record/line_reader.h"
+
+namespace kvf {
+
+LineReaderStateType* lineReadState = nullptr;
+
+}  // namespace kvf

@@ -1,0 +1,107 @@
+// Writing, flushing and closing.
+#include <kvfile/platform/host.h>
+
+#include "record/file_record.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+
+namespace kvf {
+
+static constexpr ByteType newline = 10;
+
+void KvFileDataSType::kvclearerr() {
+  if (compressed) {
+    if (zf != nullptr) gzclearerr(zf);
+  } else if (fPtr != nullptr) {
+    clearerr(fPtr);
+  }
+}
+
+ssize_t KvFileDataSType::kvfwrite(const ByteType* buf, size_t howMany) {
+  kvclearerr();
+  clearErrorCode();
+  if (!clearReadBufBeforeWrite()) return -1;
+  if (howMany > 0) lastPutcWasEoln = buf[howMany - 1] == newline;
+  if (compressed) {
+    if (zf == nullptr) return 0;
+    const int n = gzwrite(zf, buf, static_cast<unsigned>(std::min<size_t>(howMany, INT_MAX)));
+    if (n < 0) getGzError();
+    return n;
+  }
+  if (fPtr == nullptr) return -1;
+  const ssize_t n = HostWriteFile_(fileno(fPtr), buf, howMany);
+  if (n < 0) storeErrno();
+  return n;
+}
+
+void KvFileDataSType::kvfputc(ByteType c) {
+  if (!isOpen()) return;
+  lastPutcWasEoln = c == newline;
+  if (!clearReadBufBeforeWrite()) return;
+  if (compressed) {
+    gzputc(zf, c);
+  } else {
+    HostWriteFile_(fileno(fPtr), &c, 1);
+  }
+}
+
+void KvFileDataSType::kvfputs(const char* s) {
+  if (!isOpen()) return;
+  const size_t length = strlen(s);
+  if (length > 0) lastPutcWasEoln = s[length - 1] == newline;
+  if (compressed) {
+    gzputs(zf, s);
+  } else {
+    HostWriteFile_(fileno(fPtr), s, length);
+  }
+}
+
+int KvFileDataSType::kvfflush(BoolType doSync) {
+  if (compressed) {
+    if (zf == nullptr) return -1;
+    // The member is finished, so that a reader finds a complete gzip file after every flush.
+    const int status = gzflush(zf, Z_FINISH);
+    if (status != Z_OK) getGzError();
+    return status;
+  }
+  if (fPtr == nullptr) return -1;
+  int status = fflush(fPtr);
+  if (status == 0 && doSync) status = fsync(fileno(fPtr));
+  if (status != 0) storeErrno();
+  return status;
+}
+
+static int closePlain(KvFileDataSType* p) {
+  if (!p->isStdFile) {
+    const int status = fclose(p->fPtr);
+    if (status != 0) p->storeErrno();
+    return status;
+  }
+  if (p->fPtr == stdout && !p->lastPutcWasEoln) {
+    p->lastPutcWasEoln = TRUE;
+    return static_cast<int>(fwrite("\n", 1, 1, stdout));
+  }
+  return 0;
+}
+
+int KvFileDataSType::kvfClose() {
+  if (compressed) {
+    if (zf != nullptr) zErrCode = gzclose(zf);
+    zf = nullptr;
+    return 0;
+  }
+  if (fPtr == nullptr) return 0;
+  const int status = closePlain(this);
+  fPtr = nullptr;
+  return status;
+}
+
+int KvFileDataSType::kvfFileDesc() const {
+  return compressed || fPtr == nullptr ? -1 : fileno(fPtr);
+}
+
+}  // namespace kvf
