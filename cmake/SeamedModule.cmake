@@ -1,8 +1,7 @@
 # The module with a seam: kvf_seamed_module(target source) makes the static library `target` from the
 # finished static library `source` by redirecting its calls of every function X that the seam knows
 # to the wrapper seam_X. Only the module's own calls are redirected, and its sources and objects stay
-# as they are. What links `target` also gets the path of its archive as the definition
-# <TARGET>_ARCHIVE, in capitals.
+# as they are.
 
 # Writes what is redirected, from the seam's table.
 function(kvf_write_redirections table output)
@@ -32,12 +31,10 @@ function(kvf_seamed_module target source)
     VERBATIM)
   add_custom_target(${target}_archive ALL DEPENDS ${archive})
 
-  string(TOUPPER ${target} prefix)
   add_library(${target} STATIC IMPORTED GLOBAL)
   add_dependencies(${target} ${target}_archive)
   set_target_properties(${target} PROPERTIES IMPORTED_LOCATION ${archive} SYSTEM OFF)
   target_include_directories(${target}
     INTERFACE $<TARGET_PROPERTY:${source},INTERFACE_INCLUDE_DIRECTORIES>)
-  target_compile_definitions(${target} INTERFACE ${prefix}_ARCHIVE="${archive}")
   target_link_libraries(${target} INTERFACE kvfile_seam ZLIB::ZLIB)
 endfunction()

@@ -72,10 +72,10 @@ std::set<std::string> symbolsOf(const std::string& archive, const std::string& t
 }
 
 TEST(SeamedModule, CallsNothingPastTheSeam) {
-  const std::set<std::string> defined = symbolsOf(KVFILE_SEAMED_ARCHIVE, "TtWwVvuDdBbRr");
+  const std::set<std::string> defined = symbolsOf(KVF_SEAMED_ARCHIVE, "TtWwVvuDdBbRr");
   std::vector<std::string> past;
   size_t redirected = 0;
-  for (const std::string& symbol : symbolsOf(KVFILE_SEAMED_ARCHIVE, "U")) {
+  for (const std::string& symbol : symbolsOf(KVF_SEAMED_ARCHIVE, "U")) {
     if (symbol.starts_with("seam_")) {
       redirected++;
     } else if (!defined.contains(symbol) && !isFromToolchain(symbol)) {
