@@ -18,8 +18,18 @@ namespace kvf {
 
 namespace {
 
-// zlib's own buffers of 8 KB make it ask the host far too often.
-constexpr unsigned gz_buffer_size = 64 * 1024;
+constexpr size_t mode_buf_size = 8;
+
+// No program that the process starts inherits the file: "e" closes its descriptor on exec.
+gzFile openGzFile(const char* path, const char* mode) {
+  char zlibMode[mode_buf_size + 1];
+  snprintf(zlibMode, sizeof zlibMode, "%se", mode);
+  const gzFile zf = gzopen(path, zlibMode);
+  // zlib fills the gap that a seek leaves before the first write from the buffer that this call
+  // makes it allocate. Without it the gap is filled from whatever memory the process had used.
+  if (zf != nullptr && mode[0] != 'r') gzprintf(zf, "%s", "");
+  return zf;
+}
 
 gzFile openCompressed(const KvfPath& aPath, const char* mode, HostErrSType* err) {
   HostFnameStrType expanded;
@@ -27,13 +37,9 @@ gzFile openCompressed(const KvfPath& aPath, const char* mode, HostErrSType* err)
   HostExpandFileName(aPath.path, expanded, sizeof expanded, 0, 1);
   expanded[sizeof expanded - 1] = '\0';
   errno = 0;
-  const gzFile zf = gzopen(expanded, mode);
-  if (zf == nullptr) {
-    // zlib reports its own want of memory without an errno.
-    err->theErrno = errno != 0 ? errno : ENOMEM;
-    return nullptr;
-  }
-  gzbuffer(zf, gz_buffer_size);
+  const gzFile zf = openGzFile(expanded, mode);
+  // zlib reports its own want of memory without an errno.
+  if (zf == nullptr) err->theErrno = errno != 0 ? errno : ENOMEM;
   return zf;
 }
 
@@ -76,7 +82,7 @@ using namespace kvf;
 ///   {TEXT_INVALID_MODE} for a mode, both beside the code that was there; the host's text and the
 ///   path, with the host's code, where the host refuses.
 /// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, KciFetchObjInfo; HostOpenFile, or
-///   HostExpandFileName, gzopen and gzbuffer; HostGetErrMsg after a failure; KciGetSessionId,
+///   HostExpandFileName, gzopen and, for writing, gzprintf; HostGetErrMsg after a failure; KciGetSessionId,
 ///   KciSupGetKvfileOopMap, KciOopMapEntryFind, and UtlMalloc and KciOopMapEntryAdd for a new
 ///   record.
 /// Blocks: as opening does, on a FIFO for instance.
@@ -87,7 +93,7 @@ OopType KvfOpen(OopType oFile, OopType oPath, OopType oMode, OopType oIsCompress
     storeErrorString(nullptr, TEXT_OPEN_STD_FILE);
     return OOP_NIL;
   }
-  char mode[8];
+  char mode[mode_buf_size];
   if (!fetchString(oMode, sizeof mode, mode)) return OOP_NIL;
   const BoolType isGz = oIsCompressed == OOP_TRUE;
   if (!validateMode(mode, isGz)) {

@@ -5,6 +5,7 @@
 #include <kvfile/platform/kcisup.h>
 
 #include "framework/raise.h"
+#include "framework/wrapping.h"
 
 #include <algorithm>
 
@@ -27,14 +28,14 @@ Logged logChunks(OopType oString, OopType* utf8String, KciLoggerType log) {
   Logged logged = {0, '\0'};
   for (;;) {
     const OopType source = *utf8String;
-    const int64 count =
-        KciFetchUtf8Bytes_(logged.total == 0 ? oString : source, logged.total + 1,
+    const int64 fetched =
+        KciFetchUtf8Bytes_(logged.total == 0 ? oString : source, wrappingAdd(logged.total, 1),
                            reinterpret_cast<ByteType*>(chunk), max_chunk, utf8String, long_text);
-    if (count <= 0) return logged;
-    const int64 length = std::min(count, max_chunk);
-    logged.lastByte = chunk[length - 1];
-    logged.total += count;
-    chunk[length] = '\0';
+    if (fetched <= 0) return logged;
+    const int64 count = std::min(fetched, max_chunk);
+    logged.lastByte = chunk[count - 1];
+    logged.total = wrappingAdd(logged.total, count);
+    chunk[count] = '\0';
     log(chunk);
   }
 }

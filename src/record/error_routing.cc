@@ -36,6 +36,8 @@ BoolType postPendingKciErr(KvFileDataSType* p) {
   KciErrSType err;
   err.initialize();
   if (!KciErr(&err)) return FALSE;
+  err.message[sizeof err.message - 1] = '\0';
+  err.reason[sizeof err.reason - 1] = '\0';
   postKciErr(p, &err);
   return TRUE;
 }

@@ -82,6 +82,8 @@ void KvFileDataSType::setFromMode(const char* mode) {
 
 BoolType KvFileDataSType::isOpen() const { return compressed ? zf != nullptr : fPtr != nullptr; }
 
-BoolType KvFileDataSType::usingCompression() const { return compressed && gzdirect(zf) == 0; }
+BoolType KvFileDataSType::usingCompression() const {
+  return compressed && (zf == nullptr || gzdirect(zf) == 0);
+}
 
 }  // namespace kvf

@@ -24,7 +24,8 @@ int64 KvFileDataSType::kvfseek(int64 offset, int whence) {
   clearErrorCode();
   clearReadBuf();
   if (compressed) {
-    if (zf == nullptr) return -1;
+    // zlib would lose its place over a position before the start.
+    if (zf == nullptr || (whence == SEEK_SET && offset < 0)) return -1;
     const int64 result = gzseek(zf, offset, whence);
     if (result < 0) getGzError();
     return result;

@@ -42,7 +42,8 @@ ssize_t KvFileDataSType::kvfread(ByteType* buf, size_t howMany) {
     const ssize_t n = HostReadFile_(fileno(fPtr), buf, howMany);
     if (n < 0) storeErrno();
     if (n == 0) lastReadEof = TRUE;
-    return n;
+    // A host that claims more than it was asked for must not lead behind the buffer.
+    return n < 0 ? n : std::min(n, static_cast<ssize_t>(howMany));
   }
   if (zf == nullptr) return -1;
   const auto want = static_cast<unsigned>(std::min(howMany, max_gz_count));
@@ -163,9 +164,8 @@ OopType KvFileDataSType::atEnd() {
 }
 
 BoolType KvFileDataSType::zAtEnd() {
-  if (writable) return TRUE;
+  if (writable || zf == nullptr) return TRUE;
   if (lastOpWasRead == 1 && readBufSize != readBufIdx) return FALSE;
-  if (zf == nullptr) return TRUE;
   // In parentheses: the function and not zlib's macro, which looks into the handle.
   const int c = (gzgetc)(zf);
   if (c == -1) return TRUE;

@@ -5,6 +5,8 @@
 
 #include "framework/raise.h"
 
+#include <algorithm>
+
 namespace kvf {
 
 // The map of session `sessionId`, or null after raising.
@@ -48,6 +50,25 @@ static void closeRecord(KvFileDataSType* record) {
   record->kvfClose();
 }
 
+// Adds a new record. FALSE, with nothing added, for want of memory.
+static BoolType addRecord(KciOopMapType* map, OopType oFile, FILE* f, gzFile zf, BoolType isStd,
+                          const char* mode) {
+  KvFileDataSType* record = KvFileDataSType::allocate();
+  if (record == nullptr) return FALSE;
+  record->initialize(f, zf, TRUE, oFile, isStd, mode);
+  int status = 0;
+  KciOopMapEntryAdd(map, oFile, record, &status);
+  if (status == 0) return TRUE;
+  KvFileDataSType::deallocate(record);
+  return FALSE;
+}
+
+// Nobody could close the file later: it has no record.
+static void closeUnregistered(FILE* f, gzFile zf, BoolType isStd) {
+  if (zf != nullptr) gzclose(zf);
+  if (f != nullptr && !isStd) fclose(f);
+}
+
 OopType newKvFile(OopType oFile, FILE* f, gzFile zf, BoolType isStd, const char* mode) {
   if (oFile == OOP_NIL) return OOP_NIL;
   KciOopMapType* map = sessionMap(KciGetSessionId());
@@ -59,15 +80,10 @@ OopType newKvFile(OopType oFile, FILE* f, gzFile zf, BoolType isStd, const char*
     known->reinitialize(f, zf, TRUE, oFile, isStd, mode);
     return oopFromSmallInteger(2);
   }
-  KvFileDataSType* record = KvFileDataSType::allocate();
-  if (record == nullptr) {
-    raiseError(KVF_ERR_NO_MEMORY);
-    return OOP_NIL;
-  }
-  record->initialize(f, zf, TRUE, oFile, isStd, mode);
-  int status = 0;
-  KciOopMapEntryAdd(map, oFile, record, &status);
-  return oopFromSmallInteger(1);
+  if (addRecord(map, oFile, f, zf, isStd, mode)) return oopFromSmallInteger(1);
+  closeUnregistered(f, zf, isStd);
+  raiseError(KVF_ERR_NO_MEMORY);
+  return OOP_NIL;
 }
 
 BoolType doFinalize(OopType oFile) {
@@ -190,7 +206,7 @@ OopType KvfClientFinalize(OopType deadIdsArr) {
   bool failed = false;
   int64 start = 1;
   for (;;) {
-    const int count = KciFetchOops(deadIdsArr, start, ids, batch_size);
+    const int count = std::min(KciFetchOops(deadIdsArr, start, ids, batch_size), batch_size);
     if (count < 1) break;
     if (finalizeBatch(ids, count)) failed = true;
     start += count;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstring>
 
@@ -13,9 +14,22 @@ namespace kvf {
 
 static constexpr ByteType newline = 10;
 
+// When the descriptor failed, zlib has lost bytes that it had, or does not know how many it wrote. It
+// has lost its place, and would go on with garbage or write data twice: its error stays, and every
+// call after this one fails.
+static void clearGzError(gzFile zf) {
+  int code = Z_OK;
+  gzerror(zf, &code);
+  if (code == Z_ERRNO) {
+    errno = EIO;
+  } else {
+    gzclearerr(zf);
+  }
+}
+
 void KvFileDataSType::kvclearerr() {
   if (compressed) {
-    if (zf != nullptr) gzclearerr(zf);
+    if (zf != nullptr) clearGzError(zf);
   } else if (fPtr != nullptr) {
     clearerr(fPtr);
   }
@@ -83,7 +97,10 @@ static int closePlain(KvFileDataSType* p) {
   }
   if (p->fPtr == stdout && !p->lastPutcWasEoln) {
     p->lastPutcWasEoln = TRUE;
-    return static_cast<int>(fwrite("\n", 1, 1, stdout));
+    const size_t written = fwrite("\n", 1, 1, stdout);
+    // All else goes to the descriptor, past the stream: flushed, the newline lies before it.
+    fflush(stdout);
+    return static_cast<int>(written);
   }
   return 0;
 }

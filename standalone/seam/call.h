@@ -169,7 +169,11 @@ template <class Row>
     if (const int left = Row::Failure::leftError(arguments); left != 0) {
       ticket.kind = Fault::Kind::Error;
       ticket.value = left;
-      return answerInstead<Row>(ticket, arguments);
+      // zlib keeps that the descriptor failed, and leaves errno as it is from then on.
+      const int before = errno;
+      const auto result = answerInstead<Row>(ticket, arguments);
+      errno = before;
+      return result;
     }
   }
   if (!ticket.fires) return callThrough<Row>(ticket, arguments, false);

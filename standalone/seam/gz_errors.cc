@@ -1,6 +1,5 @@
 #include "seam/gz_errors.h"
 
-#include <cerrno>
 #include <cstring>
 #include <utility>
 #include <vector>
@@ -36,7 +35,6 @@ const char* tellGzError(gzFile file, int* code) {
   const int errorNumber = notedGzError(file);
   if (errorNumber == 0) return gzerror(file, code);
   if (code != nullptr) *code = Z_ERRNO;
-  errno = errorNumber;
   const char* text = strerrordesc_np(errorNumber);
   return text != nullptr ? text : "unknown error";
 }

@@ -6,7 +6,7 @@
 
 namespace seam {
 
-// From now on gzerror answers Z_ERRNO for the handle, with errno set to `errorNumber`.
+// From now on gzerror answers Z_ERRNO for the handle.
 void noteGzError(gzFile file, int errorNumber);
 
 // The errno value that was noted for the handle, or 0.

@@ -34,6 +34,10 @@ int printThrough(const char* /*shown*/, const char* format, va_list* arguments) 
   return vprintf(format, *arguments);  // NOLINT(clang-analyzer-valist.Uninitialized)
 }
 
+int printToGz(gzFile file, const char* /*shown*/, const char* format, va_list* arguments) {
+  return gzvprintf(file, format, *arguments);  // NOLINT(clang-analyzer-valist.Uninitialized)
+}
+
 KciLoggerType tracedLogger();
 
 // A row of functions.def: the type that the templates of call.h take. `like` is the function whose
@@ -55,8 +59,8 @@ KciLoggerType tracedLogger();
   SEAM_ROW(symbol, #symbol, symbol, realFunction, kinds, result, failure, traits)
 #define SEAM_INNER(name, arity, kinds, result, failure, traits) \
   SEAM_ROW(name, #name, logThrough, logThrough, kinds, result, failure, traits)
-#define SEAM_VARIADIC(symbol, kinds, result, failure, traits) \
-  SEAM_ROW(symbol, #symbol, printThrough, printThrough, kinds, result, failure, traits)
+#define SEAM_VARIADIC(symbol, realFunction, kinds, result, failure, traits) \
+  SEAM_ROW(symbol, #symbol, realFunction, realFunction, kinds, result, failure, traits)
 #include "seam/functions.def"
 #undef SEAM_CALL_AS
 #undef SEAM_CALL
@@ -112,7 +116,7 @@ void leaveInterfaceError(int64_t number) {
 #define SEAM_CALL_VIA(symbol, real, arity, kinds, result, failure, traits) \
   SEAM_WRAPPER(symbol, arity, kinds)
 #define SEAM_INNER(name, arity, kinds, result, failure, traits)
-#define SEAM_VARIADIC(symbol, kinds, result, failure, traits)
+#define SEAM_VARIADIC(symbol, realFunction, kinds, result, failure, traits)
 #include "seam/functions.def"
 #undef SEAM_CALL_AS
 #undef SEAM_CALL
@@ -120,17 +124,41 @@ void leaveInterfaceError(int64_t number) {
 #undef SEAM_INNER
 #undef SEAM_VARIADIC
 
-extern "C" __attribute__((format(printf, 1, 2))) int seam_printf(const char* format, ...) {
-  char shown[PRINTED_MAX] = "";
-  va_list arguments;
-  if (active) {
-    va_start(arguments, format);
-    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): begun on the line above
-    vsnprintf(shown, sizeof shown, format, arguments);
-    va_end(arguments);
+// What a variadic function prints, for the record of its call.
+class Shown {
+ public:
+  void fill(const char* format, va_list arguments) {
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): begun by the caller
+    vsnprintf(text_, sizeof text_, format, arguments);
   }
+  const char* text() const { return text_; }
+
+ private:
+  char text_[PRINTED_MAX] = "";
+};
+static_assert(std::is_trivially_destructible_v<Shown>);
+
+extern "C" __attribute__((format(printf, 1, 2))) int seam_printf(const char* format, ...) {
+  Shown shown;
+  va_list arguments;
   va_start(arguments, format);
-  const int result = call<Row_printf>(shown, format, &arguments);
+  if (active) shown.fill(format, arguments);
+  va_end(arguments);
+  va_start(arguments, format);
+  const int result = call<Row_printf>(shown.text(), format, &arguments);
+  va_end(arguments);
+  return result;
+}
+
+extern "C" __attribute__((format(printf, 2, 3))) int seam_gzprintf(gzFile file, const char* format,
+                                                                   ...) {
+  Shown shown;
+  va_list arguments;
+  va_start(arguments, format);
+  if (active) shown.fill(format, arguments);
+  va_end(arguments);
+  va_start(arguments, format);
+  const int result = call<Row_gzprintf>(file, shown.text(), format, &arguments);
   va_end(arguments);
   return result;
 }
@@ -144,7 +172,7 @@ constexpr const FunctionInfo* FUNCTIONS[] = {
 #define SEAM_CALL(symbol, arity, kinds, result, failure, traits) &Row_##symbol::INFO,
 #define SEAM_CALL_VIA(symbol, real, arity, kinds, result, failure, traits) &Row_##symbol::INFO,
 #define SEAM_INNER(name, arity, kinds, result, failure, traits) &Row_##name::INFO,
-#define SEAM_VARIADIC(symbol, kinds, result, failure, traits) &Row_##symbol::INFO,
+#define SEAM_VARIADIC(symbol, realFunction, kinds, result, failure, traits) &Row_##symbol::INFO,
 #include "seam/functions.def"
 };
 

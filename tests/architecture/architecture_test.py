@@ -24,7 +24,7 @@ C_LIBRARY = {
     "rename", "snprintf", "stderr", "stdin", "stdout", "strchr", "strcmp", "strlen", "strstr",
 }
 ZLIB = {
-    "gzopen", "gzopen64", "gzbuffer", "gzread", "gzgetc", "gzungetc", "gzwrite", "gzputc", "gzputs",
+    "gzopen", "gzopen64", "gzprintf", "gzread", "gzgetc", "gzungetc", "gzwrite", "gzputc", "gzputs",
     "gzseek", "gzseek64", "gztell", "gztell64", "gzflush", "gzclose", "gzerror", "gzclearerr",
     "gzdirect",
 }

@@ -145,7 +145,7 @@ TEST_F(Close, StandardOutputWithinALineGetsANewline) {
   });
   EXPECT_EQ(first.written, "abc\n");
   EXPECT_EQ(first.status, 1) << "the count of the write";
-  EXPECT_EQ(first.traffic, Traffic{"fwrite"});
+  EXPECT_EQ(first.traffic, (Traffic{"fwrite", "fflush"}));
   EXPECT_EQ(record->lastPutcWasEoln, TRUE);
   EXPECT_EQ(record->fPtr, nullptr);
   second.written = writtenTo(STDOUT_FILENO, [&] { second.status = record->kvfClose(); });
@@ -213,7 +213,8 @@ TEST_F(Close, ClearingIndicatorsLeavesTheRecordsCodes) {
 
   writeGzip("packed", "abc");
   KvFileDataSType* packed = openGzip("packed", "rb");
-  EXPECT_EQ(namesOf(callsDuring([&] { packed->kvclearerr(); })), Traffic{"gzclearerr"});
+  EXPECT_EQ(namesOf(callsDuring([&] { packed->kvclearerr(); })),
+            (Traffic{"gzerror", "gzclearerr"}));
 }
 
 TEST_F(Close, TheDescriptorOfWhatHasOne) {

@@ -288,6 +288,7 @@ TEST_F(Registry, WithoutMemoryNothingIsRegistered) {
   expectRaised(runNew(&look), 2208, {});
   EXPECT_EQ(seam::faultsFired(), 1);
   EXPECT_EQ(count(), smallInt(0));
+  look.stream = std::tmpfile();
   const kvhost::Outcome again = runNew(&look);
   EXPECT_EQ(again.value, smallInt(1));
 }
@@ -299,6 +300,7 @@ TEST_F(Registry, ShouldARaiseComeBackTheAnswerIsNil) {
   letRaisesReturn(6);
   refuseMemory();
   EXPECT_EQ(runNew(&look).value, OOP_NIL);
+  look.stream = std::tmpfile();
   look.record = reinterpret_cast<KvFileDataSType*>(&look);
   EXPECT_EQ(runLookUp(&look).status, kvhost::CallStatus::Answered);
   EXPECT_EQ(look.record, nullptr);

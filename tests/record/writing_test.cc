@@ -174,12 +174,19 @@ TEST_F(Writing, AFailedGzipWriteIsZeroAndNoFailure) {
 }
 
 TEST_F(Writing, ANegativeGzipCountIsAFailure) {
-  KvFileDataSType* record = adopt(nullptr, brokenGzip("packed", "wb"), false, "wb");
-  gzflush(record->zf, Z_FINISH);  // leaves the handle with a host error, which clearing removes
+  KvFileDataSType* record = openGzip("packed", "wb");
   answerCall("gzwrite", -1);
-  errno = 0;
   EXPECT_EQ(write(record, "abc"), -1);
   EXPECT_EQ(failureOf(record), NO_FAILURE) << "and tells no more than zlib does";
+}
+
+TEST_F(Writing, AGzipHandleWhoseDescriptorFailedStaysFailed) {
+  KvFileDataSType* record = adopt(nullptr, brokenGzip("packed", "wb"), false, "wb");
+  gzflush(record->zf, Z_FINISH);  // zlib does not know now how much was written
+  errno = 0;
+  EXPECT_EQ(write(record, "abc"), 0);
+  EXPECT_NE(record->kvfflush(FALSE), 0);
+  EXPECT_EQ(failureOf(record), (Failure{EIO, Z_ERRNO, "errno=5,EIO, Input/output error"}));
 }
 
 TEST_F(Writing, AHugeGzipWriteIsClamped) {
