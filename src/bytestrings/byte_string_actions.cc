@@ -16,8 +16,7 @@ namespace kvf {
 
 namespace {
 
-constexpr int64 CHUNKSIZE = 1024;  // bytes printed in a line
-constexpr size_t BUFSIZE = 4100;   // a line: 1024 fields of four characters, and the line feed
+constexpr size_t BUFSIZE = 4100;  // a line: 1024 fields of four characters, and the line feed
 static_assert(BUFSIZE >= CHUNKSIZE * decimal_field_max + 4);
 
 // Collects values for the target object, which is written once per 2048 of them.

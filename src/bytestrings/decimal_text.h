@@ -8,6 +8,7 @@
 
 namespace kvf {
 
+inline constexpr int64_t CHUNKSIZE = 1024;      // bytes that are fetched and printed at a time
 inline constexpr size_t decimal_field_max = 4;  // three digits and a space
 
 // One byte as text: its decimal value without leading zeros and one space.

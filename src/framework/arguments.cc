@@ -3,6 +3,7 @@
 #include <kvfile/platform/kci.h>
 #include <kvfile/platform/kcistring.h>
 
+#include "framework/assertions.h"
 #include "framework/raise.h"
 
 namespace kvf {
@@ -56,6 +57,7 @@ BoolType fetchPath(OopType oPath, KvfPath* dest) {
 }
 
 BoolType fetchString(OopType oStr, size_t bufSize, char* buf) {
+  KVF_ASSERT(bufSize >= 1);
   const int64 capacity = static_cast<int64>(bufSize) - 1;
   KciObjInfoSType info = {0, 0, OOP_NIL};
   int64 count = 0;

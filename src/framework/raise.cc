@@ -2,9 +2,12 @@
 
 #include <kvfile/platform/kci.h>
 
+#include "framework/assertions.h"
+
 namespace kvf {
 
 void raiseError(int errnum, int argCount, OopType arg1, OopType arg2, OopType arg3) {
+  KVF_ASSERT(argCount >= 0 && argCount <= 3);
   KciErrSType err;
   err.initialize();
   err.category = OOP_ERROR_CATEGORY;

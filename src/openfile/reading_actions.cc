@@ -14,10 +14,8 @@ namespace kvf {
 
 namespace {
 
-constexpr ssize_t interrupted = -2;
-
 // The answer of a read that was interrupted before any byte came.
-const OopType oopInterrupted = oopFromSmallInteger(interrupted);
+constexpr OopType oopInterrupted = oopFromSmallInteger(interrupted);
 
 // Reads items until `amount` are stored or the file gives no more.
 OopType readItems(KvFileDataSType* p, OopType oBytes, int64 itemSize, int64 amount) {

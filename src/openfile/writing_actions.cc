@@ -17,7 +17,6 @@ namespace kvf {
 namespace {
 
 constexpr int64 write_chunk = 4096;  // bytes fetched and written at a time
-constexpr int64 CHUNKSIZE = 1024;    // bytes fetched at a time for printing
 constexpr int max_print_column = 200;
 
 // Writes until everything is written, the host takes no more, or an error is there. Answers the
@@ -27,9 +26,10 @@ int64 writeChunks(KvFileDataSType* p, OopType oBytes, int64 numBytes) {
   int64 total = 0;
   while (total < numBytes) {
     const int64 chunk = std::min(numBytes - total, write_chunk);
+    const int64 fetched =
+        std::clamp<int64>(KciFetchBytes_(oBytes, total + 1, buffer, chunk), 0, chunk);
     // A fetch that comes back short must not let old memory into the file.
-    memset(buffer, 0, static_cast<size_t>(chunk));
-    KciFetchBytes_(oBytes, total + 1, buffer, chunk);
+    memset(buffer + fetched, 0, static_cast<size_t>(chunk - fetched));
     const ssize_t n = p->kvfwrite(buffer, static_cast<size_t>(chunk));
     if (n <= 0 || p->kvferror() != 0) break;
     total += n;

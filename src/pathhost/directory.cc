@@ -9,7 +9,8 @@
 #include "framework/texts.h"
 #include "pathhost/name_strings.h"
 
-#include <cstdio>
+#include <algorithm>
+#include <cstring>
 #include <type_traits>
 
 namespace kvf {
@@ -17,13 +18,29 @@ namespace kvf {
 // The callback may leave by an interface error, over the walk's frames.
 static_assert(std::is_trivially_destructible_v<HostDirClientDataType>);
 
+// The name of an entry behind its directory, cut to what two host file names hold.
+struct FullName {
+  char text[2 * HOST_FNAME_MAX_SIZE + 1];
+  size_t length = 0;
+
+  void append(const char* part) {
+    const size_t copied = std::min(strlen(part), sizeof text - 1 - length);
+    memcpy(text + length, part, copied);
+    length += copied;
+    text[length] = '\0';
+  }
+};
+static_assert(std::is_trivially_destructible_v<FullName>);
+
 BoolType clientDirCallback(const char* dirName, const char* fileName, const char* seperator,
                            HostDirClientDataType* clData) {
-  char fullName[2 * HOST_FNAME_MAX_SIZE + 1];
+  FullName fullName;
   const char* name = fileName;
   if (clData->fullPath) {
-    snprintf(fullName, sizeof fullName, "%s%s%s", dirName, seperator, fileName);
-    name = fullName;
+    fullName.append(dirName);
+    fullName.append(seperator);
+    fullName.append(fileName);
+    name = fullName.text;
   }
   const OopType string = clData->utfResult ? newNameString(name) : KciNewString(name);
   KciAppendOops(clData->arrayOop, 1, &string);

@@ -1,5 +1,7 @@
 #include "record/eol_scan.h"
 
+#include "framework/assertions.h"
+
 #include <cstring>
 
 #ifdef __SSE2__
@@ -36,15 +38,21 @@ static inline intptr_t findByte(const ByteType* buffer, intptr_t idx, intptr_t s
   return hit == nullptr ? size : static_cast<const ByteType*>(hit) - buffer;
 }
 
+// Sequences are short: a loop beats a call.
+static inline bool matches(const ByteType* p, const ByteType* eolBuf, int eolSize) {
+  int i = 1;
+  while (i < eolSize && p[i] == eolBuf[i]) ++i;
+  return i == eolSize;
+}
+
 EolScan scanForEol(const ByteType* buffer, intptr_t idx, intptr_t size, const ByteType* eolBuf,
                    int eolSize) {
+  KVF_ASSERT(idx >= 0 && eolSize >= 1);
   while (idx < size) {
     idx = findByte(buffer, idx, size, eolBuf[0]);
     if (idx == size) break;
     if (eolSize > size - idx) break;
-    if (eolSize == 1 || memcmp(buffer + idx, eolBuf, static_cast<size_t>(eolSize)) == 0) {
-      return {idx + eolSize, 1};
-    }
+    if (matches(buffer + idx, eolBuf, eolSize)) return {idx + eolSize, 1};
     idx += eolSize;
   }
   return {idx, 0};

@@ -33,11 +33,12 @@ void postKciErr(KvFileDataSType* p, const KciErrSType* err) {
 }
 
 BoolType postPendingKciErr(KvFileDataSType* p) {
+  // KciErr fills all of it where there is an error, which is seldom: only what is shown is set.
   KciErrSType err;
-  err.initialize();
+  err.number = 0;
+  err.message[0] = '\0';
   if (!KciErr(&err)) return FALSE;
   err.message[sizeof err.message - 1] = '\0';
-  err.reason[sizeof err.reason - 1] = '\0';
   postKciErr(p, &err);
   return TRUE;
 }

@@ -2,6 +2,7 @@
 #include <kvfile/platform/host.h>
 #include <kvfile/platform/utl.h>
 
+#include "framework/assertions.h"
 #include "framework/bounded_copy.h"
 #include "record/allocation_sites.h"
 #include "record/file_record.h"
@@ -24,6 +25,7 @@ void KvFileDataSType::clearErrorCode() {
 }
 
 void KvFileDataSType::getErrorString() {
+  KVF_ASSERT(holds());
   if (errString != nullptr) return;
   errString = KvFileErrStrType::allocate();
   if (errString == nullptr) return;
@@ -43,6 +45,7 @@ void KvFileDataSType::storeErrno() {
 }
 
 void KvFileDataSType::getGzError() {
+  KVF_ASSERT(holds());
   if (zf == nullptr) return;
   const char* msg = gzerror(zf, &zErrCode);
   if (zErrCode == Z_OK) return;

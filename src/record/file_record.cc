@@ -3,6 +3,7 @@
 
 #include <kvfile/platform/utl.h>
 
+#include "framework/assertions.h"
 #include "framework/texts.h"
 #include "record/allocation_sites.h"
 
@@ -31,6 +32,7 @@ void KvFileDataSType::initialize(FILE* fileArg, gzFile gzFileArg, BoolType isCli
 
 void KvFileDataSType::reinitialize(FILE* fileArg, gzFile gzFileArg, BoolType /*isClientArg*/,
                                    OopType kvfileOID, BoolType isStd, const char* mode) {
+  KVF_ASSERT(fileArg == nullptr || gzFileArg == nullptr);
   fPtr = fileArg;
   zf = gzFileArg;
   compressed = gzFileArg != nullptr;
@@ -80,7 +82,11 @@ void KvFileDataSType::setFromMode(const char* mode) {
   if (!readable && !writable) storeErrorString(TEXT_INCONSISTENT_MODE);
 }
 
-BoolType KvFileDataSType::isOpen() const { return compressed ? zf != nullptr : fPtr != nullptr; }
+bool KvFileDataSType::holds() const {
+  constexpr intptr_t limit = read_buf_size + 1;
+  return (compressed ? fPtr == nullptr : zf == nullptr) && readBufIdx >= 0 && readBufIdx <= limit &&
+         readBufSize >= 0 && readBufSize <= limit && lastOpWasRead >= -1 && lastOpWasRead <= 1;
+}
 
 BoolType KvFileDataSType::usingCompression() const {
   return compressed && (zf == nullptr || gzdirect(zf) == 0);

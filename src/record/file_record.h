@@ -18,7 +18,8 @@
 namespace kvf {
 
 inline constexpr intptr_t read_buf_size = KVF_READ_BUF_SIZE;  // bytes read ahead at most
-inline constexpr int eol_max_size = 128;                      // bytes of an end-of-line sequence
+inline constexpr ssize_t interrupted = -2;  // answer of a read that the user interrupted
+inline constexpr int eol_max_size = 128;    // bytes of an end-of-line sequence
 
 // A record's error text.
 struct KvFileErrStrType {
@@ -28,11 +29,19 @@ struct KvFileErrStrType {
   static KvFileErrStrType* allocate();
 };
 
-// Invariants. The file is plain or compressed, and `compressed` says which of `fPtr` and `zf`
-// counts; both are null in a closed record. The buffer holds read-ahead only while `lastOpWasRead`
-// is 1: then the unread bytes are readBuffer[readBufIdx..readBufSize), the host's position is
-// `nextOsReadPos`, just behind them, and the position that Smalltalk sees is readPosition(). An
-// error text buffer, once there, stays until the record is freed.
+// Invariants, as far as holds() can check them. The file is plain or compressed, and `compressed`
+// says which of `fPtr` and `zf` counts; the other is null, and both are in a closed record. Index
+// and size of the buffer are never negative nor beyond it; a line of standard input may be one byte
+// longer than what is read ahead of other files. An error text buffer, once there, stays until the
+// record is freed.
+//
+// The buffer counts only while `lastOpWasRead` is 1. Then the unread bytes are
+// readBuffer[readBufIdx..readBufSize). There are none where the index is not below the size: it may
+// even lie behind it, since clearReadBuf leaves it where it was and a direct read does not set it.
+// `nextOsReadPos` is where the host is taken to stand, just behind the unread bytes, and
+// readPosition() the position that Smalltalk sees. That is where the host really stands as long as
+// refills alone filled the buffer: a direct read that took bytes from it counts those twice, and a
+// pipe tells no position to begin from.
 //
 // Counts and positions are bytes. Every operation but those that say so may be called on a closed
 // record, and then answers its failure value. Reads and writes may block as the host's do.
@@ -64,6 +73,9 @@ class KvFileDataSType {
   gzFile zf;
   int zErrCode;  // zlib code of the last failure, 0 for none
 
+  // What is said above of every record between two operations.
+  bool holds() const;
+
   // ---- life cycle ----
 
   // A new record, not initialised, or null.
@@ -83,7 +95,7 @@ class KvFileDataSType {
   // Sets what the file may do from its mode string; null changes nothing.
   void setFromMode(const char* mode);
 
-  BoolType isOpen() const;
+  BoolType isOpen() const { return compressed ? zf != nullptr : fPtr != nullptr; }
 
   // Whether the data is really gzip data; closed files that were compressed count.
   BoolType usingCompression() const;

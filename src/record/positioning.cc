@@ -1,4 +1,5 @@
 // Keeping three positions together: the one that Smalltalk sees, the host's, and the read buffer's.
+#include "framework/assertions.h"
 #include "framework/texts.h"
 #include "framework/wrapping.h"
 #include "record/file_record.h"
@@ -10,6 +11,7 @@
 namespace kvf {
 
 BoolType KvFileDataSType::clearReadBufBeforeWrite() {
+  KVF_ASSERT(holds());
   if (lastOpWasRead == 1 && bufBytesAvail() > 0) {
     const int64 position = readPosition();
     clearReadBuf();
@@ -21,6 +23,7 @@ BoolType KvFileDataSType::clearReadBufBeforeWrite() {
 }
 
 int64 KvFileDataSType::kvfseek(int64 offset, int whence) {
+  KVF_ASSERT(holds());
   clearErrorCode();
   clearReadBuf();
   if (compressed) {
@@ -42,6 +45,7 @@ int64 KvFileDataSType::kvfseek(int64 offset, int whence) {
 }
 
 int64 KvFileDataSType::kvftell() {
+  KVF_ASSERT(holds());
   clearErrorCode();
   if (compressed) {
     if (zf == nullptr) return -1;
@@ -83,6 +87,7 @@ static int64 seekFromEnd(KvFileDataSType* record, int64 position) {
 }
 
 int64 doSeek(KvFileDataSType* record, int64 position, int seekKind) {
+  KVF_ASSERT(record->holds() && seekKind >= 0 && seekKind <= 2);
   if (seekKind == 2) return seekFromEnd(record, position);
   // Only a read establishes a current position; after anything else kind 1 counts from the start.
   if (seekKind == 1 && record->lastOpWasRead == 1) {

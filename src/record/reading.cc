@@ -2,6 +2,7 @@
 #include <kvfile/platform/host.h>
 #include <kvfile/platform/unixio.h>
 
+#include "framework/assertions.h"
 #include "framework/texts.h"
 #include "framework/wrapping.h"
 #include "record/eol_scan.h"
@@ -21,8 +22,6 @@ namespace {
 // zlib counts in unsigned ints and answers in ints.
 constexpr size_t max_gz_count = INT_MAX;
 
-constexpr int interrupted = -2;
-
 }  // namespace
 
 void KvFileDataSType::clearReadBuf() {
@@ -36,6 +35,7 @@ int64 KvFileDataSType::readPosition() const {
 }
 
 ssize_t KvFileDataSType::kvfread(ByteType* buf, size_t howMany) {
+  KVF_ASSERT(holds());
   clearErrorCode();
   if (!compressed) {
     if (fPtr == nullptr) return -1;
@@ -78,6 +78,7 @@ static int fetchStdinLine(KvFileDataSType* p, ssize_t numBytes, const char* prom
 }
 
 ssize_t KvFileDataSType::readIntoBuffer(ssize_t numBytes, const char* prompt) {
+  KVF_ASSERT(holds());
   intptr_t avail = lastOpWasRead == 1 ? bufBytesAvail() : 0;
   if (numBytes <= avail) return avail;
   if (avail > 0) {
@@ -124,6 +125,7 @@ ssize_t KvFileDataSType::readIntoBuffer(ssize_t numBytes, const char* prompt) {
 
 int KvFileDataSType::readToEol(const ByteType* eolBuf, int eolSize, intptr_t* nextIdxOut,
                                BoolType eofIsError, const char* prompt) {
+  KVF_ASSERT(holds() && eolSize >= 1 && eolSize <= eol_max_size);
   if (lastOpWasRead != 1 || bufBytesAvail() < eolSize) {
     const ssize_t want = lastOpWasRead == 1 ? read_buf_size - bufBytesAvail() : read_buf_size;
     const ssize_t n = readIntoBuffer(want, prompt);
@@ -142,6 +144,7 @@ int KvFileDataSType::readToEol(const ByteType* eolBuf, int eolSize, intptr_t* ne
 }
 
 OopType KvFileDataSType::atEnd() {
+  KVF_ASSERT(holds());
   if (compressed) return oopFromBool(zAtEnd());
   if (lastOpWasRead == 1) {
     if (lastReadEof) return OOP_TRUE;
@@ -164,6 +167,7 @@ OopType KvFileDataSType::atEnd() {
 }
 
 BoolType KvFileDataSType::zAtEnd() {
+  KVF_ASSERT(holds());
   if (writable || zf == nullptr) return TRUE;
   if (lastOpWasRead == 1 && readBufSize != readBufIdx) return FALSE;
   // In parentheses: the function and not zlib's macro, which looks into the handle.
@@ -174,6 +178,7 @@ BoolType KvFileDataSType::zAtEnd() {
 }
 
 ssize_t KvFileDataSType::basicRead(ByteType* dest, intptr_t numBytes) {
+  KVF_ASSERT(holds());
   ssize_t total = 0;
   if (lastOpWasRead == 1 && bufBytesAvail() > 0 && numBytes > 0) {
     total = std::min(bufBytesAvail(), numBytes);
@@ -194,6 +199,7 @@ ssize_t KvFileDataSType::basicRead(ByteType* dest, intptr_t numBytes) {
 }
 
 int KvFileDataSType::kvfgetc() {
+  KVF_ASSERT(holds());
   if (compressed) return zf == nullptr ? -1 : (gzgetc)(zf);
   ByteType ch = 0;
   return kvfread(&ch, 1) == 1 ? ch : -1;

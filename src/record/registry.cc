@@ -3,42 +3,21 @@
 #include <kvfile/kvfile.h>
 #include <kvfile/platform/kci.h>
 
+#include "framework/assertions.h"
 #include "framework/raise.h"
 
 #include <algorithm>
 
 namespace kvf {
 
-// The map of session `sessionId`, or null after raising.
-static KciOopMapType* sessionMap(int sessionId) {
-  KciOopMapType* map = sessionId == 0 ? nullptr : KciSupGetKvfileOopMap(sessionId);
-  if (map == nullptr) raiseErrorI(KVF_ERR_NO_SESSION, sessionId);
-  return map;
+KciOopMapType* raiseNoSession(int sessionId) {
+  raiseErrorI(KVF_ERR_NO_SESSION, sessionId);
+  return nullptr;
 }
 
-KvFileDataSType* fetchKvFileAndEntry(OopType oFile, KciOopMapEntryType** entryPtr,
-                                     BoolType okIfNoEntry, int sessIdArg) {
-  if (oFile == OOP_NIL) return nullptr;
-  KciOopMapType* map = sessionMap(sessIdArg > 0 ? sessIdArg : KciGetSessionId());
-  if (map == nullptr) return nullptr;
-  KciOopMapEntryType* entry = KciOopMapEntryFind(map, oFile);
-  if (entry == nullptr) {
-    if (!okIfNoEntry) raiseError(KVF_ERR_FILE_NOT_REGISTERED, oFile);
-    return nullptr;
-  }
-  *entryPtr = entry;
-  return static_cast<KvFileDataSType*>(KciOopMapEntryGetValue(entry));
-}
-
-KvFileDataSType* fetchKvFile(OopType oFile, int sessId) {
-  KciOopMapEntryType* entry = nullptr;
-  KvFileDataSType* record = fetchKvFileAndEntry(oFile, &entry, FALSE, sessId);
-  return record != nullptr && record->isOpen() ? record : nullptr;
-}
-
-KvFileDataSType* fetchKvFileIfKnown(OopType oFile, int sessId) {
-  KciOopMapEntryType* entry = nullptr;
-  return fetchKvFileAndEntry(oFile, &entry, TRUE, sessId);
+KvFileDataSType* raiseFileNotRegistered(OopType oFile) {
+  raiseError(KVF_ERR_FILE_NOT_REGISTERED, oFile);
+  return nullptr;
 }
 
 static KvFileDataSType* recordOf(KciOopMapEntryType* entry) {
@@ -70,6 +49,7 @@ static void closeUnregistered(FILE* f, gzFile zf, BoolType isStd) {
 }
 
 OopType newKvFile(OopType oFile, FILE* f, gzFile zf, BoolType isStd, const char* mode) {
+  KVF_ASSERT((f == nullptr) != (zf == nullptr));
   if (oFile == OOP_NIL) return OOP_NIL;
   KciOopMapType* map = sessionMap(KciGetSessionId());
   if (map == nullptr) return OOP_NIL;

@@ -1,6 +1,7 @@
 // Writing, flushing and closing.
 #include <kvfile/platform/host.h>
 
+#include "framework/assertions.h"
 #include "record/file_record.h"
 
 #include <unistd.h>
@@ -31,11 +32,13 @@ void KvFileDataSType::kvclearerr() {
   if (compressed) {
     if (zf != nullptr) clearGzError(zf);
   } else if (fPtr != nullptr) {
-    clearerr(fPtr);
+    // Without the stream's lock: a session's files belong to its thread.
+    clearerr_unlocked(fPtr);
   }
 }
 
 ssize_t KvFileDataSType::kvfwrite(const ByteType* buf, size_t howMany) {
+  KVF_ASSERT(holds() && (buf != nullptr || howMany == 0));
   kvclearerr();
   clearErrorCode();
   if (!clearReadBufBeforeWrite()) return -1;
@@ -53,6 +56,7 @@ ssize_t KvFileDataSType::kvfwrite(const ByteType* buf, size_t howMany) {
 }
 
 void KvFileDataSType::kvfputc(ByteType c) {
+  KVF_ASSERT(holds());
   if (!isOpen()) return;
   lastPutcWasEoln = c == newline;
   if (!clearReadBufBeforeWrite()) return;
@@ -64,6 +68,7 @@ void KvFileDataSType::kvfputc(ByteType c) {
 }
 
 void KvFileDataSType::kvfputs(const char* s) {
+  KVF_ASSERT(holds());
   if (!isOpen()) return;
   const size_t length = strlen(s);
   if (length > 0) lastPutcWasEoln = s[length - 1] == newline;
@@ -75,6 +80,7 @@ void KvFileDataSType::kvfputs(const char* s) {
 }
 
 int KvFileDataSType::kvfflush(BoolType doSync) {
+  KVF_ASSERT(holds());
   if (compressed) {
     if (zf == nullptr) return -1;
     // The member is finished, so that a reader finds a complete gzip file after every flush.
@@ -106,6 +112,7 @@ static int closePlain(KvFileDataSType* p) {
 }
 
 int KvFileDataSType::kvfClose() {
+  KVF_ASSERT(holds());
   if (compressed) {
     if (zf != nullptr) zErrCode = gzclose(zf);
     zf = nullptr;

@@ -19,7 +19,7 @@ ENTRY_POINTS = {
     "KvFileRead", "KvFileFetchErrorString", "KvFileSetLineReader", "KvFileShutdownLineReader",
 }
 C_LIBRARY = {
-    "__errno_location", "_setjmp", "clearerr", "fclose", "fflush", "fileno", "fsync", "fwrite",
+    "__assert_fail", "__errno_location", "_setjmp", "clearerr_unlocked", "fclose", "fflush", "fileno", "fsync", "fwrite",
     "isatty", "lseek", "lseek64", "memchr", "memcmp", "bcmp", "memcpy", "memmove", "memset", "printf",
     "rename", "snprintf", "stderr", "stdin", "stdout", "strchr", "strcmp", "strlen", "strstr",
 }

@@ -115,5 +115,20 @@ TEST_F(ClosedRecord, WithReadAheadCannotBeRepositioned) {
   EXPECT_EQ(record->clearReadBufBeforeWrite(), TRUE) << "there is nothing left to undo";
 }
 
+// What an operation takes for granted of its record is checked in debug builds.
+TEST_F(ClosedRecord, ABrokenOneStopsADebugBuild) {
+#ifdef KVF_ASSERTIONS
+  KvFileDataSType* record = openPlainWith("abc", "r");
+  EXPECT_DEATH(
+      {
+        record->readBufIdx = -1;
+        record->kvftell();
+      },
+      "holds");
+#else
+  GTEST_SKIP() << "only a debug build checks";
+#endif
+}
+
 }  // namespace
 }  // namespace kvtest

@@ -205,8 +205,8 @@ TEST_F(LifeCycle, OpenAndCompressedAreToldByTheRightPointer) {
   KvFileDataSType* packed = openGzip("packed", "rb");
   EXPECT_EQ(packed->isOpen(), TRUE);
   EXPECT_EQ(packed->usingCompression(), TRUE);
-  packed->fPtr = stdout;  // the stream does not count in a compressed record
   packed->kvfClose();
+  packed->fPtr = stdout;  // the stream does not count in a compressed record
   EXPECT_EQ(packed->isOpen(), FALSE);
   packed->fPtr = nullptr;
   EXPECT_EQ(packed->isCompressed(), TRUE);

@@ -37,6 +37,13 @@ typedef int BoolType;               /* 0 or 1 */
   enum name##Values
 #endif
 
+/* A function that C++ evaluates where it compiles, given a constant. */
+#ifdef __cplusplus
+#define KVFILE_CONSTANT_FUNCTION static constexpr
+#else
+#define KVFILE_CONSTANT_FUNCTION static inline
+#endif
+
 /* In C these are no constant expressions: they stand in no case label and no static initializer. */
 static const OopType OOP_NIL = 0x14;
 static const OopType OOP_FALSE = 0x0C;
@@ -56,24 +63,30 @@ static const OopType OOP_CLASS_UTF8_STRING = 0x25A01;
 static const OopType OOP_ERROR_CATEGORY = 0x38701;
 
 /* The SmallInteger for `value`, which must fit in 61 bits: -2^60 to 2^60 - 1. */
-static inline OopType oopFromSmallInteger(int64 value) { return ((OopType)value << 3) | 2U; }
+KVFILE_CONSTANT_FUNCTION OopType oopFromSmallInteger(int64 value) {
+  return ((OopType)value << 3) | 2U;
+}
 
 /* Non-zero when `oop` is a SmallInteger. */
-static inline BoolType oopIsSmallInteger(OopType oop) { return (oop & 6U) == 2U; }
+KVFILE_CONSTANT_FUNCTION BoolType oopIsSmallInteger(OopType oop) { return (oop & 6U) == 2U; }
 
 /* The value of a SmallInteger; meaningless for any other identifier. */
-static inline int64 oopSmallIntegerValue(OopType oop) { return (int64)oop >> 3; }
+KVFILE_CONSTANT_FUNCTION int64 oopSmallIntegerValue(OopType oop) { return (int64)oop >> 3; }
 
 /* The Character whose code point is `code`. */
-static inline OopType oopFromCharacter(uint32_t code) { return ((OopType)code << 8) | 0x1CU; }
+KVFILE_CONSTANT_FUNCTION OopType oopFromCharacter(uint32_t code) {
+  return ((OopType)code << 8) | 0x1CU;
+}
 
 /* Non-zero when `oop` is a Character. */
-static inline BoolType oopIsCharacter(OopType oop) { return (oop & 0xFFU) == 0x1CU; }
+KVFILE_CONSTANT_FUNCTION BoolType oopIsCharacter(OopType oop) { return (oop & 0xFFU) == 0x1CU; }
 
 /* The code point of a Character; meaningless for any other identifier. */
-static inline uint64_t oopCharacterCode(OopType oop) { return oop >> 8; }
+KVFILE_CONSTANT_FUNCTION uint64_t oopCharacterCode(OopType oop) { return oop >> 8; }
 
 /* The Boolean object for a C truth value. */
-static inline OopType oopFromBool(BoolType value) { return value ? OOP_TRUE : OOP_FALSE; }
+KVFILE_CONSTANT_FUNCTION OopType oopFromBool(BoolType value) {
+  return value ? OOP_TRUE : OOP_FALSE;
+}
 
 #endif
