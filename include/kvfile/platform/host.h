@@ -2,9 +2,14 @@
  * system that the process runs on.
  *
  * Conventions: paths are NUL-terminated bytes, taken as they stand unless a line says "expands".
- * BoolType results are non-zero for success. Texts are NUL-terminated and cut to fit. Pointers are
- * never null, unless a line says so. Nothing here leaves by a jump, but for a walk whose callback
- * does. Calls that reach a file system may block as long as that file system does. */
+ * BoolType results are non-zero for success. Texts are NUL-terminated and cut to fit; the module
+ * terminates every buffer itself, too. Pointers are never null, unless a line says so. Nothing here
+ * leaves by a jump, but for a walk whose callback does. Calls that reach a file system may block as
+ * long as that file system does. Each is called on the thread of the session whose action runs.
+ *
+ * Beyond these functions the module uses the C library's: on descriptors lseek, fsync and isatty;
+ * on streams fileno, clearerr, fflush, fclose and, for standard output, printf and fwrite; and
+ * rename. */
 #ifndef KVFILE_PLATFORM_HOST_H
 #define KVFILE_PLATFORM_HOST_H
 
@@ -75,20 +80,27 @@ void HostGetErrMsg(const HostErrSType* err, char* buf, size_t size);
 
 /* ---- descriptors ---- */
 
-/* Reads up to `count` bytes: answers the count, 0 at the end of the file, -1 with errno, or -2 when
- * the user interrupted the read before any byte came; what counts as such an interrupt is the
- * host's to say. May block. */
+/* Reads up to `count` bytes: answers the count, 0 at the end of the file, -1 when it failed, or -2
+ * when the user interrupted the read before any byte came; what counts as such an interrupt is the
+ * host's to say. errno is set with every negative answer, -2 included (EINTR, for instance): the
+ * module keeps it as the file's error code. An answer above `count` is taken as `count`. A signal
+ * that is no such interrupt is not seen outside: the read goes on. May block. */
 ssize_t HostReadFile_(int fd, void* buf, size_t count);
 
 /* Writes all `count` bytes and answers `count`, or answers a negative value with errno; some bytes
- * may then have been written. May block. */
+ * may then have been written. A short write is finished here, because the module does not do it
+ * everywhere: behind a shorter positive answer KvfWrite goes on with the rest, KvFileWrite begins
+ * again with the first byte, and KvfPutC and KvfPrintBytes lose what is left. 0 is taken as "takes
+ * no more". May block. */
 ssize_t HostWriteFile_(int fd, const void* buf, size_t count);
 
 /* ---- opening and naming ---- */
 
 /* Opens `path` as fopen does with `mode`, one of those that KvfAllValidFileModes lists for plain
- * files, closed on exec; a directory is refused. The stream, or null with `err` filled. `flag` is
- * 1. May block (a FIFO). */
+ * files, closed on exec; a directory is refused. The stream, or null with `err` filled. The module
+ * owns the stream and closes it with fclose. It reads, writes and positions its descriptor, past
+ * the stream's buffer: nothing may be buffered in it, as by reading ahead. `flag` is 1. May block
+ * (a FIFO). */
 FILE* HostOpenFile(const char* path, const char* mode, HostErrSType* err, int flag);
 
 /* Expands `$NAME`, `${NAME}` and a leading `~` of `in` into the `outSize` bytes at `out`. False,

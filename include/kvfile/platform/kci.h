@@ -8,13 +8,24 @@
  *   registered, a failing call does not come back: control passes to the frame's setjmp, the frame
  *   stays registered until KciPopErrJump, and KciErr then fetches the error. A call that fails so
  *   is marked "fails" below; one that is not marked never jumps.
- * - The module takes a pending error for that of its own last call, and an action may come back
- *   with one pending. A host clears it before it calls an action or a function of the module.
+ * - Only frames that the running action or function has registered itself count. When it begins,
+ *   none does: a host sets aside what its caller had registered, and puts it back when the call
+ *   has ended, by coming back or by a raise.
+ * - An error is pending until KciErr fetches it or the host clears it. The module takes a pending
+ *   error for that of its own last call, and does not ask after every call: it may come back with
+ *   one pending. So a host clears it before it calls an action or a function of kvfile.h, or a
+ * later one takes it for its own; and it looks when the call has come back, because an error that
+ * is pending then (a store that failed, say) is told nowhere else. The standalone host raises it to
+ *   the caller.
  * - A failing call leaves the caller's buffers untouched.
+ * - A call that copies answers at most the count it was asked for. The module takes a larger answer
+ *   as the count asked for: it reads nothing that lies behind its buffer.
  * - Pointers are never null, unless a line says so.
  * - What a call answers, and the arguments of an action, stay valid until the action comes back or
  *   they are released: the module keeps them where no object memory sees them. Between actions it
- *   keeps the identifiers of file objects, as keys of the file map.
+ *   keeps the identifiers of file objects, as keys of the file map. The identifier of a dead file
+ *   object therefore names no new object before KvfClientFinalize has released it in every session
+ *   that registered it, or those sessions have ended: the new object would own the old file.
  * - Nothing here blocks, but for what a host's own memory management may do.
  * - Calls act for the current session of the calling thread; nothing may be called from a signal
  *   handler. */
@@ -47,11 +58,11 @@ BoolType KciDeclareAction(const char* name, KciActionFnType fn, int argCount, un
 void KciRaiseException(const KciErrSType* err);
 
 /* Non-zero when an error was pending, the last one where several calls failed: it is copied to
- * `*err` and no longer pending. 0 otherwise,
- * with `*err` as it was. */
+ * `*err`, both texts terminated, and no longer pending. 0 otherwise, with `*err` as it was. */
 BoolType KciErr(KciErrSType* err);
 
-/* Registers `*jump` as the innermost error-jump frame. The frame must live until it is popped. */
+/* Registers `*jump` as the innermost error-jump frame. The module calls setjmp on it only after
+ * this call, and makes no other call in between. The frame lives until it is popped. */
 void KciPushErrJump(KciErrJumpSType* jump);
 
 /* Removes `*jump`, which is registered, and any frame registered after it. */

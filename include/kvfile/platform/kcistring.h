@@ -8,9 +8,10 @@
 extern "C" {
 #endif
 
-/* Copies up to `maxSize` characters of the String or Symbol `obj`, from `startIndex` on, to `buf`
- * and answers the count. A NUL follows only where there is room: the caller terminates the buffer.
- * Fails (answering 0) when `obj` is no character object. */
+/* Copies up to `maxSize` characters of the String or Symbol `obj`, from `startIndex` on (0 is taken
+ * as 1), to `buf` and answers the count, 0 past the end. A NUL follows only where there is room:
+ * the caller terminates the buffer. Fails (answering 0) when `obj` is no character object, or an
+ * argument is negative. */
 int64 KciFetchChars_(OopType obj, int64 startIndex, char* buf, int64 maxSize);
 
 /* Copies up to `maxBytes` bytes of the UTF-8 form of the character object `str`, from the 1-based

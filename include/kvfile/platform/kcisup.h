@@ -18,14 +18,17 @@ typedef struct KciOopMapEntryType KciOopMapEntryType; /* opaque; valid until the
  * no other. */
 typedef BoolType (*KciOopMapCallbackType)(KciOopMapEntryType* entry, int64* arg1, int64* arg2);
 
-/* A new empty map, owned by the caller; null when memory runs out. */
+/* A new empty map, owned by the caller; null when memory runs out. KvfStartup then stores null as
+ * the session's map, and tells nobody: the session's actions raise 4100. */
 KciOopMapType* KciOopMapCreate(void);
 
 /* Frees a map. Every entry must have been deleted. */
 void KciOopMapDestroy(KciOopMapType* map);
 
-/* Adds an entry for `key`, which has none yet. The map keeps `value` and does not own it. `*status`
- * is left as it was on success and set to non-zero on failure. */
+/* Adds an entry for `key`, which has none yet. The map keeps `value` and does not own it.
+ * `*status`, which is 0 before the call, is left as it was on success and set to non-zero on
+ * failure, where nothing was added: the module then frees the record, closes the file that it has
+ * just opened, and raises 2208. */
 void KciOopMapEntryAdd(KciOopMapType* map, OopType key, void* value, int* status);
 
 /* The entry of `key`, or null. It stays valid until the map changes. */

@@ -17,7 +17,8 @@ extern "C" {
 /* Shows `prompt` and reads one line from the terminal `stream` into the `size` bytes at `buf`, its
  * newline included, NUL-terminated; `size` counts the NUL, and what does not fit is delivered by
  * the next call. `flag` is 1: the line goes to the history. 0: read; -1: end of input; -2: the user
- * interrupted the read; any other value: failed, with errno. An empty `prompt` shows nothing.
+ * interrupted the read; any other value: failed. errno is set with every answer but 0 and -1. An
+ * empty `prompt` shows nothing.
  * Blocks until a line is there. */
 int LrSupReadLine(LineReaderStateType* state, FILE* stream, char* buf, size_t size,
                   const char* prompt, BoolType flag);

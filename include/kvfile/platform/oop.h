@@ -5,7 +5,10 @@
  * object in the database's object memory. Identifiers are passed by value and own nothing. For its
  * objects a host may use any identifier that is none of the constants below and that neither of the
  * two tests takes; those of the classes end in the bits 001.
- * All platform headers compile as C and as C++. */
+ *
+ * All platform headers compile as C and as C++. They describe 64-bit Linux only: `long`, `off_t`
+ * and pointers have 64 bits, and the structures cross the interface as the compiler lays them out.
+ */
 #ifndef KVFILE_PLATFORM_OOP_H
 #define KVFILE_PLATFORM_OOP_H
 

@@ -10,8 +10,9 @@
 extern "C" {
 #endif
 
-/* `size` bytes, aligned for any type, their content unset; null when memory runs out. `siteTag` is
- * a small number that names the allocating place. */
+/* `size` bytes, aligned for any type as malloc's are (16 bytes: the record of a file needs it),
+ * their content unset; null when memory runs out. `siteTag` is a small number that names the
+ * allocating place. */
 void* UtlMalloc(size_t size, int siteTag);
 
 /* Frees what UtlMalloc answered; does nothing for null. */
