@@ -1,3 +1,4 @@
+// A byte object is fetched 4096 bytes at a time, as its reader goes.
 #include "bytestrings/eom_stream.h"
 
 #include <kvfile/platform/kci.h>

@@ -1,3 +1,4 @@
+// Arguments become C buffers here, and nowhere else; what cannot is raised.
 #include "framework/arguments.h"
 
 #include <kvfile/platform/kci.h>

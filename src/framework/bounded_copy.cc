@@ -1,3 +1,4 @@
+// The one copy of texts whose length is not known.
 #include "framework/bounded_copy.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// Filling error records and handing them to the interface.
 #include "framework/raise.h"
 
 #include <kvfile/platform/kci.h>

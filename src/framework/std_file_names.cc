@@ -1,3 +1,4 @@
+// The test for names of standard files, made by every action on a path.
 #include "framework/std_file_names.h"
 
 #include <cstring>

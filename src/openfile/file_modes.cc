@@ -1,3 +1,4 @@
+// The tables of modes that are shown, and the rules by which modes are checked.
 #include "openfile/file_modes.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// The same failure told to a record, or to the class where there is none.
 #include "record/error_routing.h"
 
 #include <kvfile/platform/kci.h>

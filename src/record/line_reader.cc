@@ -1,3 +1,4 @@
+// The one variable of the installed line reader.
 #include "record/line_reader.h"
 
 namespace kvf {

@@ -1,4 +1,14 @@
-// Keeping three positions together: the one that Smalltalk sees, the host's, and the read buffer's.
+// Keeping three positions together:
+//
+//   the host's       where the descriptor or zlib's handle stands
+//   the buffer's     nextOsReadPos: where the host stood when it had filled the buffer; a note
+//   Smalltalk's      readPosition(): the note less the bytes not consumed; after a read only
+//
+// Reading ahead takes the first past the third. A write must land right behind the last byte
+// consumed, so the host is sent back before it (clearReadBufBeforeWrite). A seek inside the buffer
+// of a file that is only read moves Smalltalk's alone. A flush drops the buffer and leaves the host
+// where it stands: bytes read ahead are then lost, as callers know. After anything but a read the
+// host's is the only one.
 #include "framework/assertions.h"
 #include "framework/texts.h"
 #include "framework/wrapping.h"

@@ -1,4 +1,10 @@
 // Buffered reading and the end of a file.
+//
+// A reader asks for bytes to be in the buffer, takes them out by the index, and asks again. A
+// refill makes one read of the host at most, for all the room that is free: so a pipe or terminal
+// delivers what it has and is not waited for twice. What is left unread moves to the front first.
+// Standard input is filled by lines, because a terminal gives them so. That a read met the end is
+// remembered until the buffer is dropped, however far the index is moved back.
 #include <kvfile/platform/host.h>
 #include <kvfile/platform/unixio.h>
 
