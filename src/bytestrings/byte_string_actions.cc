@@ -155,7 +155,8 @@ using namespace kvf;
 /// Raises: nothing.
 /// Stores: nothing.
 /// Host calls: KciPushErrJump, KciFetchSize_, KciFetchBytes_ per line, KciNewByteObj for the first
-///   line and KciStoreBytesInstanceOf for each later one, KciPopErrJump.
+///   line and KciStoreBytesInstanceOf for each later one; KciErr where one of these failed;
+///   KciPopErrJump.
 /// Blocks: never.
 OopType KvfPassiveObjPrint(OopType oBytes) {
   KciErrJumpSType jump;
@@ -184,8 +185,9 @@ OopType KvfPassiveObjPrint(OopType oBytes) {
 /// Raises: 4100, 2364; 2061 with oAmount when it is no 64-bit integer.
 /// Stores: a read error in the file's record; an interface error as {TEXT_KCI_ERROR} with its
 ///   number.
-/// Host calls: KciPushErrJump, KciOopToI64_; per character HostReadFile_ of one byte, or gzgetc;
-///   KciStoreBytesInstanceOf per 2048 bytes and for the rest; KciPopErrJump, KciI64ToOop.
+/// Host calls: the look-up, KciPushErrJump, KciOopToI64_; per character fileno and HostReadFile_ of
+///   one byte, or gzgetc; KciStoreBytesInstanceOf per 2048 bytes and for the rest; KciErr where one
+///   of these failed; KciPopErrJump, KciI64ToOop. The failure's text.
 /// Blocks: as a read does.
 OopType KvfLoadByteStrings(OopType oFile, OopType oByteObj, OopType oAmount) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
@@ -221,8 +223,8 @@ OopType KvfLoadByteStrings(OopType oFile, OopType oByteObj, OopType oAmount) {
 /// Raises: 2061 with oAmount when oStartIdx or oAmount is no 64-bit integer.
 /// Stores: nothing.
 /// Host calls: KciPushErrJump, KciFetchSize_, KciOopToI64_ twice, KciFetchSize_, KciFetchBytes_ per
-///   4096 characters, KciStoreBytesInstanceOf per 2048 bytes and for the rest, KciPopErrJump,
-///   KciI64ToOop.
+///   4096 characters, KciStoreBytesInstanceOf per 2048 bytes and for the rest; KciErr where one of
+///   these failed; KciPopErrJump, KciI64ToOop.
 /// Blocks: never.
 OopType KvfPassiveObjLoadByteStrings(OopType oByteObj, OopType oAmount, OopType oSource,
                                      OopType oStartIdx) {

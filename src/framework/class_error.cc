@@ -1,3 +1,4 @@
+// The class-level error, and the action that takes or installs it.
 #include "framework/class_error.h"
 
 #include <kvfile/kvfile.h>
@@ -41,7 +42,7 @@ using namespace kvf;
 /// Raises: nothing.
 /// Stores: with nil, text and code are emptied when there was a text. Else the text is installed
 ///   with code 22; an object that is no character object leaves the text as it was.
-/// Host calls: KciNewCharObj, or KciFetchChars_.
+/// Host calls: KciNewCharObj for a text that is taken, KciFetchChars_ for one that is installed.
 /// Blocks: never.
 OopType KvfClassError(OopType oClass, OopType errToInstall) {
   if (errToInstall == OOP_NIL) {

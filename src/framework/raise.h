@@ -20,6 +20,9 @@ enum KvfErrorEType : int {
   KVF_ERR_NO_SESSION = 4100,           // no session or no file map: the session id
 };
 
+/// Host calls of the raise: KciRaiseException, which is the last call of an action; before it
+///   KciI32ToOop for the session id of error 4100.
+//
 // Raises error `errnum` with `argCount` of the arguments; fatal exactly for 4000 to 4999.
 void raiseError(int errnum, int argCount, OopType arg1, OopType arg2, OopType arg3);
 

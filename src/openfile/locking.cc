@@ -164,7 +164,7 @@ using namespace kvf;
 ///   host's text.
 /// Raises: 4100, 2364; 2094 and 2061 for oKind.
 /// Stores: nothing.
-/// Host calls: KciFetchObjInfo, HostLockFile, KciNewString for a problem.
+/// Host calls: the look-up, the string fetch, HostLockFile; KciNewString for a problem.
 /// Blocks: for at most oMillisecs.
 OopType KvfLock(OopType oFile, OopType oKind, OopType oOffset, OopType oBytes, OopType oMillisecs) {
   LockRequest request = {nullptr, 0, 0, 0};
@@ -191,7 +191,7 @@ OopType KvfLock(OopType oFile, OopType oKind, OopType oOffset, OopType oBytes, O
 ///   {TEXT_BYTES_CLASS}, {TEXT_BYTES_RANGE}; or the host's text.
 /// Raises: 4100, 2364.
 /// Stores: nothing.
-/// Host calls: HostUnlockFile, KciNewString for a problem.
+/// Host calls: the look-up, HostUnlockFile; KciNewString for a problem.
 /// Blocks: never.
 OopType KvfUnlock(OopType oFile, OopType oOffset, OopType oBytes) {
   LockRequest request = {nullptr, 0, 0, 0};
@@ -213,8 +213,10 @@ OopType KvfUnlock(OopType oFile, OopType oOffset, OopType oBytes) {
 ///   String for a problem, in the order of KvfLock, without the time-out; or the host's text.
 /// Raises: 4100, 2364; 2094 and 2061 for oKind.
 /// Stores: nothing.
-/// Host calls: KciFetchObjInfo, HostLockFileQuery, KciNewOop, KciStoreOop, KciStoreOops; for a
-///   conflict KciNewSymbol, fileno, KciI64ToOop; KciNewString for a problem.
+/// Host calls: the look-up, the string fetch, HostLockFileQuery, KciNewOop, KciStoreOop; for a free
+///   range KciI32ToOop and KciStoreOops; for a conflict KciNewSymbol, fileno and KciI64ToOop, and
+///   where the host tells its start relative to the position lseek, relative to the end
+///   UnixIoFstat; KciNewString for a problem.
 /// Blocks: never.
 OopType KvfLockQuery(OopType oFile, OopType oKind, OopType oOffset, OopType oBytes) {
   LockRequest request = {nullptr, 0, 0, 0};

@@ -70,21 +70,26 @@ using namespace kvf;
 
 /// Opens a host file and registers it under a file object. A file that the object has open is
 /// closed first, but only once the new one is open. The path of a plain file is passed to the host
-/// as it is; that of a compressed one is expanded first.
+/// as it is; that of a compressed one is expanded first. No program that the process starts
+/// inherits the file.
+///
+/// A compressed file whose descriptor failed in a read or write (a signal that was handled on a
+/// FIFO, a full disk) has lost its place in the data: it fails from then on, until it is opened
+/// again.
 ///
 /// Arguments: oFile, a KvFile. oPath, a String of at most 4095 bytes. oMode, a String: one of those
 ///   that KvfAllValidFileModes lists. oIsCompressed, true for gzip; anything else means plain.
 /// Answers: SmallInteger 1 when a record was made, 2 when the object's record was reused. nil when
 ///   the open failed; nil also for a nil oFile, whose host file then stays open unregistered.
 /// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer path or mode, 2094 for a mode that
-///   is no byte object; 4100 without a session or map; 2208 without memory for the record.
+///   is no byte object; 4100 without a session or map; 2208 without memory for the record, where
+///   the file is closed again.
 /// Stores: at class level {TEXT_OPEN_STD_FILE} for "stdin", "stdout" and "stderr" and
 ///   {TEXT_INVALID_MODE} for a mode, both beside the code that was there; the host's text and the
 ///   path, with the host's code, where the host refuses.
-/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, KciFetchObjInfo; HostOpenFile, or
-///   HostExpandFileName, gzopen and, for writing, gzprintf; HostGetErrMsg after a failure; KciGetSessionId,
-///   KciSupGetKvfileOopMap, KciOopMapEntryFind, and UtlMalloc and KciOopMapEntryAdd for a new
-///   record.
+/// Host calls: the path fetch, the string fetch; HostOpenFile, or HostExpandFileName and gzopen,
+///   and gzprintf of an empty text to a file for writing; HostGetErrMsg after a failure; the
+///   registration.
 /// Blocks: as opening does, on a FIFO for instance.
 OopType KvfOpen(OopType oFile, OopType oPath, OopType oMode, OopType oIsCompressed) {
   KvfPath aPath;
@@ -134,8 +139,7 @@ OopType KvfAllValidFileModes(OopType /*onClientNotUsed*/, OopType withCompressio
 /// Answers: SmallInteger 1 or 2 as KvfOpen; nil for another id or a nil oFile.
 /// Raises: 4100 without a session or map; 2208 without memory for the record.
 /// Stores: nothing.
-/// Host calls: KciOopToI32_; KciGetSessionId, KciSupGetKvfileOopMap, KciOopMapEntryFind, and
-///   UtlMalloc and KciOopMapEntryAdd for a new record.
+/// Host calls: KciOopToI32_; the registration.
 /// Blocks: never, but for closing a file that the object had open.
 OopType KvfCreateStdFile(OopType oFile, OopType oStdFileId) {
   if (!oopIsSmallInteger(oStdFileId)) return OOP_NIL;
@@ -162,7 +166,7 @@ OopType KvfCreateStdFile(OopType oFile, OopType oStdFileId) {
 ///   when closing failed, and nil when the newline of standard output was written.
 /// Raises: 4100, 2364.
 /// Stores: a failed fclose in the record, code and text; a failed gzclose is seen nowhere.
-/// Host calls: fclose, gzclose, or fwrite for standard output; HostStrerror after a failure.
+/// Host calls: the look-up, the closing.
 /// Blocks: as closing does.
 OopType KvfClose(OopType oFile) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);

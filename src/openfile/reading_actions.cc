@@ -139,8 +139,8 @@ using namespace kvf;
 ///   range.
 /// Stores: at the end of the file {TEXT_READ_PAST_END}; a failed read, code and text; an interface
 ///   error as {TEXT_KCI_ERROR} with its number.
-/// Host calls: KciOopToI64_ twice; per refill of the buffer lseek and HostReadFile_, or gztell and
-///   gzread; per piece KciStoreBytesInstanceOf and KciErr; KciI64ToOop.
+/// Host calls: the look-up, KciOopToI64_ twice; the refill where the buffer holds too little; per
+///   piece KciStoreBytesInstanceOf and KciErr; KciI64ToOop. The failure's text.
 /// Blocks: as a read does.
 OopType KvfRead(OopType oFile, OopType oBytes, OopType oItemSize, OopType oAmount) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
@@ -166,8 +166,7 @@ OopType KvfRead(OopType oFile, OopType oBytes, OopType oItemSize, OopType oAmoun
 ///   end of the file, on failure, and without an open file.
 /// Raises: 4100, 2364.
 /// Stores: a failed read, code and text; nothing at the end of the file.
-/// Host calls: none while the buffer holds bytes; else lseek and HostReadFile_, or gztell and
-///   gzread.
+/// Host calls: the look-up; the refill where the buffer is empty.
 /// Blocks: as a read does.
 OopType KvfGetC(OopType oFile) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
@@ -180,26 +179,42 @@ OopType KvfGetC(OopType oFile) {
   return oopFromCharacter(p->readBuffer[p->readBufIdx++]);
 }
 
-/// Asks whether the file is at its end. A file that is read may be read ahead to find out; once the
-/// end was reached the answer stays true, even if the file grows, until the file is repositioned.
+/// Asks whether the file is at its end. A file that is read may be read ahead to find out.
+///
+/// Once a read of a plain file has met the end, the answer stays true until the bytes read ahead
+/// are dropped, which a write, a flush, and a seek that asks the host do. So it is true also where
+/// the file has grown, and where bytes are left to read: those of a part of an item, or of an
+/// end-of-line sequence, and all behind a seek back inside the bytes read ahead, which asks nothing
+/// of the host.
 ///
 /// Arguments: oFile, an open file.
 /// Answers: true or false. A file that cannot be read any more is at its end; a compressed file
 ///   open for writing always is. nil without an open file.
 /// Raises: 4100, 2364.
 /// Stores: a failed read or seek, code and text.
-/// Host calls: none while the buffer tells; else lseek and HostReadFile_, gzgetc and gzungetc, or
-///   four lseek for a file that is only written.
+/// Host calls: the look-up; where the buffer does not tell, the refill, or gzgetc and gzungetc for
+///   a compressed file; for a file that is only written fileno and lseek four times, and the
+///   failure's text.
 /// Blocks: as a read does.
 OopType KvfAtEnd(OopType oFile) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
   return p == nullptr ? OOP_NIL : p->atEnd();
 }
 
-/// Reads one line, its end-of-line sequence included, into a String that ends right behind it. A last
-/// line may end without the sequence. Bytes that only begin a sequence of several stay unread at the
-/// end of the file; where a read of a pipe or terminal brings no more than those, the line ends
-/// before them, perhaps empty, and the next call goes on.
+/// Reads one line, its end-of-line sequence included, into a String that ends right behind it. A
+/// last line may end without the sequence; but where standard input is a pipe or a terminal, whose
+/// position cannot be asked, such a line is lost: the answer is nil, and the code 29.
+///
+/// With a sequence of several bytes: where its first byte is found and the others differ, the
+/// search goes on behind the length of the whole sequence, and misses one that begins in between,
+/// as 'ab' in 'aab'. Bytes that only begin a sequence stay unread at the end of the file. Every
+/// further call then answers nil without a text, or, with an oStr, never nil but oStr cut off
+/// before oStartIdx; KvfGetC reads those bytes. Where a read of a pipe or terminal brings no more
+/// than those, the line ends before them, perhaps empty, and the next call goes on.
+///
+/// An oStr that cannot take the bytes (no byte object, or invariant) comes back as it was, and the
+/// line is used up: the interface is not asked whether a store succeeded. A host may raise the
+/// error that is pending then.
 ///
 /// Arguments: oFile, an open file. oStr, a String to store into, or nil for a new one. oStartIdx,
 ///   an integer, the 1-based index to store at: 1 to the size of oStr + 1; looked at only once a
@@ -210,10 +225,11 @@ OopType KvfAtEnd(OopType oFile) {
 /// Raises: 4100, 2364; 2061 with eolOop, promptOop or oStartIdx.
 /// Stores: at the end of the file {TEXT_READ_PAST_END}; a failed read, code and text; a failed
 ///   resize as {TEXT_KCI_ERROR} with its number.
-/// Host calls: KciOopToI32_, or KciIsKindOfClass and KciFetchBytes_; KciFetchChars_ for a prompt;
-///   per refill of the buffer lseek and HostReadFile_, or gztell and gzread, or for standard input
-///   LrSupReadLine or UnixIoFgets_; KciOopToI64_, KciFetchSize_, KciCreateByteObj for a new String,
-///   KciStoreBytesInstanceOf per piece, KciSetVaryingSize and KciErr where the String was longer.
+/// Host calls: the look-up; KciOopToI32_ for eolOop, and for a sequence KciIsKindOfClass and
+///   KciFetchBytes_; KciFetchChars_ for a prompt; the refill, as often as the line needs it;
+///   KciOopToI64_ for oStartIdx, and KciFetchSize_ for an oStr; KciCreateByteObj for a new String;
+///   KciStoreBytesInstanceOf per piece; KciFetchSize_, and KciSetVaryingSize and KciErr where the
+///   String was longer. The failure's text.
 /// Blocks: as a read does.
 OopType KvfGetLine(OopType oFile, OopType oStr, OopType oStartIdx, OopType eolOop,
                    OopType promptOop) {

@@ -14,7 +14,7 @@ using namespace kvf;
 /// Answers: true or false; false for nil.
 /// Raises: 4100, 2364.
 /// Stores: nothing.
-/// Host calls: KciGetSessionId, KciSupGetKvfileOopMap, KciOopMapEntryFind, KciOopMapEntryGetValue.
+/// Host calls: the look-up.
 /// Blocks: never.
 OopType KvfIsOpen(OopType oFile) { return oopFromBool(fetchKvFile(oFile, 0) != nullptr); }
 
@@ -25,7 +25,8 @@ OopType KvfIsOpen(OopType oFile) { return oopFromBool(fetchKvFile(oFile, 0) != n
 /// Answers: true or false; nil for nil and for an object that is not registered.
 /// Raises: 4100.
 /// Stores: nothing.
-/// Host calls: as KvfIsOpen, and gzdirect, which may read the file's first bytes.
+/// Host calls: the look-up; gzdirect for a compressed file that is open, which may read its first
+///   bytes.
 /// Blocks: as a read does.
 OopType KvfIsCompressed(OopType oFile) {
   const KvFileDataSType* p = fetchKvFileIfKnown(oFile, 0);
@@ -38,7 +39,7 @@ OopType KvfIsCompressed(OopType oFile) {
 /// Answers: a SmallInteger; -1 for nil, a compressed or closed file, or one that is not registered.
 /// Raises: 4100.
 /// Stores: nothing.
-/// Host calls: as KvfIsOpen, and fileno, KciI32ToOop.
+/// Host calls: the look-up; fileno for a plain file that is open; KciI32ToOop.
 /// Blocks: never.
 OopType KvfGetFileDesc(OopType oFile) {
   const KvFileDataSType* p = fetchKvFileIfKnown(oFile, 0);
@@ -48,12 +49,18 @@ OopType KvfGetFileDesc(OopType oFile) {
 /// Takes the pending error text of a file object; for nil or an object that is not registered, that
 /// of the class. Text and code are cleared; zlib's code of the file stays.
 ///
+/// A file object gets one text in its life: that of its first failure, and reading past the end of
+/// the file counts as one. Whatever fails later, this answers nil, also after the file was opened
+/// again: then KvfErrorCode tells of an error of the system, and of one of zlib, or of the end of
+/// the file, only the answer of the action that failed. Where the text matters, use a new KvFile
+/// for each file. The class has no such limit.
+///
 /// Arguments: oFile, a KvFile, open or closed, or nil.
-/// Answers: a new String, or nil when no text is pending. A record keeps a text of its first
-///   failure only: later failures change the code alone.
+/// Answers: a new String, or nil when no text is pending.
 /// Raises: 4100.
 /// Stores: code 0 and an empty text.
-/// Host calls: as KvfIsOpen, and KciNewString or KciNewCharObj.
+/// Host calls: the look-up; KciNewString for the text of a file object, KciNewCharObj for that of
+///   the class.
 /// Blocks: never.
 OopType KvfErrorString(OopType oFile) {
   KvFileDataSType* p = fetchKvFileIfKnown(oFile, 0);
@@ -71,12 +78,18 @@ OopType KvfErrorString(OopType oFile) {
 /// Asks the pending error code of a file object; for nil or an object that is not registered, that
 /// of the class. Nothing is cleared.
 ///
+/// The code is set at every failure of the system, where the text of KvfErrorString is set only at
+/// the first of the file object: after that the code alone tells what went wrong. Most operations
+/// clear it before they begin.
+///
 /// Arguments: oFile, a KvFile, open or closed, or nil.
-/// Answers: a SmallInteger: an errno value or an interface error number, 0 for none. Errors of zlib
-///   have no code here.
+/// Answers: a SmallInteger: an errno value or an interface error number, 0 for none. Errors of
+///   zlib, damaged data for instance, and the end of the file have no code here. Standard input
+///   that is a pipe or terminal has 29 (ESPIPE) after every read that asked the host, successful or
+///   not, since its position was asked.
 /// Raises: 4100.
 /// Stores: nothing.
-/// Host calls: as KvfIsOpen, and KciI32ToOop.
+/// Host calls: the look-up, KciI32ToOop.
 /// Blocks: never.
 OopType KvfErrorCode(OopType oFile) {
   const KvFileDataSType* p = fetchKvFileIfKnown(oFile, 0);

@@ -111,13 +111,15 @@ using namespace kvf;
 ///   and oAmount, integers: their product, which is not checked for overflow, is the count of
 ///   bytes; 0 or less writes nothing.
 /// Answers: SmallInteger, the count of bytes written, fewer than asked for where the host took no
-///   more. nil on failure, when the record holds an error already and nothing was to be written,
-///   and without an open file.
+///   more: 0 for a compressed file that is open for reading, or that has failed. nil on failure,
+///   when the record holds an error already and nothing was to be written, and without an open
+///   file.
 /// Raises: 4100, 2364; 2061 with oItemSize or oAmount when it is no integer; 2284 with oBytes and
 ///   the count when oBytes is smaller.
 /// Stores: a failed write or repositioning, code and text.
-/// Host calls: KciOopToI64_ twice, KciFetchSize_; lseek where bytes were read ahead; per 4096 bytes
-///   KciFetchBytes_ and HostWriteFile_ or gzwrite; KciI64ToOop.
+/// Host calls: the look-up, KciOopToI64_ twice, KciFetchSize_, the rewind; per 4096 bytes
+///   KciFetchBytes_, and clearerr, fileno and HostWriteFile_, or gzerror, gzclearerr and gzwrite;
+///   KciI64ToOop. The failure's text.
 /// Blocks: as a write does.
 OopType KvfWrite(OopType oFile, OopType oBytes, OopType oItemSize, OopType oAmount) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
@@ -151,7 +153,7 @@ OopType KvfWrite(OopType oFile, OopType oBytes, OopType oItemSize, OopType oAmou
 /// Raises: 4100, 2364; 2061 with oChar above 255 or below 0; 2242 with oChar and the classes
 ///   Character and SmallInteger when it is neither.
 /// Stores: a failed repositioning, code and text.
-/// Host calls: KciOopToI32_ for a SmallInteger; lseek where bytes were read ahead; HostWriteFile_
+/// Host calls: the look-up; KciOopToI32_ for a SmallInteger; the rewind; fileno and HostWriteFile_
 ///   of one byte, or gzputc.
 /// Blocks: as a write does.
 OopType KvfPutC(OopType oFile, OopType oChar) {
@@ -172,8 +174,9 @@ OopType KvfPutC(OopType oFile, OopType oChar) {
 ///   file.
 /// Raises: 4100, 2364.
 /// Stores: an interface error as {TEXT_KCI_ERROR} with its number; nothing of a failed write.
-/// Host calls: KciPushErrJump, KciFetchSize_, KciFetchBytes_ per 1024 bytes, HostWriteFile_ or
-///   gzputs per number, KciPopErrJump.
+/// Host calls: the look-up, KciPushErrJump, KciFetchSize_, KciFetchBytes_ per 1024 bytes; fileno
+///   and HostWriteFile_ per number and line end, or gzputs per number and gzputc per line end;
+///   KciErr and the failure's text where the interface failed; KciPopErrJump.
 /// Blocks: as a write does.
 OopType KvfPrintBytes(OopType oFile, OopType oBytes) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
@@ -201,7 +204,9 @@ OopType KvfPrintBytes(OopType oFile, OopType oBytes) {
 /// Raises: 4100, 2364; 2061 with oPosition or oKind.
 /// Stores: a failed seek, code and text; on a file in append mode, which moves to its very end
 ///   only, code 9 and {TEXT_APPEND_SEEK}.
-/// Host calls: KciOopToI64_ twice; none, or lseek, or gzseek and gztell; KciI64ToOop.
+/// Host calls: the look-up, KciOopToI64_ twice; fileno and lseek, and both again for the position
+///   reached from the end, or gzseek; none of these inside the bytes read ahead, in append mode,
+///   and for a compressed file before its start; KciI64ToOop. The failure's text.
 /// Blocks: a compressed file, which is read or written up to the new position.
 OopType KvfSeek(OopType oFile, OopType oPosition, OopType oKind) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
@@ -227,7 +232,8 @@ OopType KvfSeek(OopType oFile, OopType oPosition, OopType oKind) {
 /// Answers: SmallInteger, bytes from the start; nil on failure, and without an open file.
 /// Raises: 4100, 2364.
 /// Stores: a failed lseek or gztell, code and text; after a read nothing.
-/// Host calls: none after a read, else lseek or gztell; KciI64ToOop.
+/// Host calls: the look-up; fileno and lseek, or gztell, unless the last operation was a read;
+///   KciI64ToOop. The failure's text.
 /// Blocks: never.
 OopType KvfPosition(OopType oFile) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);
@@ -243,7 +249,7 @@ OopType KvfPosition(OopType oFile) {
 /// Answers: oFile; nil on failure, and without an open file.
 /// Raises: 4100, 2364.
 /// Stores: a failed flush, code and text.
-/// Host calls: fflush, or gzflush.
+/// Host calls: the look-up; fflush, or gzflush; the failure's text.
 /// Blocks: as a write does.
 OopType KvfFlush(OopType oFile) { return doFlush(oFile, FALSE); }
 
@@ -254,6 +260,6 @@ OopType KvfFlush(OopType oFile) { return doFlush(oFile, FALSE); }
 /// Answers: oFile; nil on failure, and without an open file.
 /// Raises: 4100, 2364.
 /// Stores: a failed flush or sync, code and text.
-/// Host calls: fflush and fsync, or gzflush.
+/// Host calls: the look-up; fflush, fileno and fsync, or gzflush; the failure's text.
 /// Blocks: until the disk has the bytes.
 OopType KvfSync(OopType oFile) { return doFlush(oFile, TRUE); }

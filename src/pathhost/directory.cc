@@ -1,3 +1,5 @@
+// Listing a directory: the host walks it and calls back for each entry. The callback makes objects,
+// so that an interface error may leave it over the host's frames.
 #include "pathhost/directory.h"
 
 #include <kvfile/kvfile.h>
@@ -58,7 +60,9 @@ OopType KvfDirectoryContents(const KvfPath* aPath, BoolType forRuby, BoolType ut
 
 using namespace kvf;
 
-/// Lists a directory. The path is not expanded; "." and ".." are left to the host, the order too.
+/// Lists a directory. One that cannot be read, because it is missing, no directory, or closed to
+/// the user, answers nil, and neither a text nor a code tells why. The path is not expanded; "."
+/// and ".." are left to the host, the order too.
 ///
 /// Arguments: oClass, the receiver. oDirSpec, a String of at most 4095 bytes. utfResultsBool, true
 ///   to get names with bytes above 127 as UTF-8 strings; else all are Strings of the names' raw
@@ -68,8 +72,8 @@ using namespace kvf;
 /// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
 /// Stores: at class level {TEXT_DIRECTORY_STD_FILE} for the name of a standard file, beside the
 ///   code that was there; nothing when the walk failed.
-/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, KciNewOop, HostDirectory; per entry
-///   KciNewString, or KciAll7Bit and KciNewByteObj, and KciAppendOops.
+/// Host calls: the path fetch, KciNewOop, HostDirectory; within it per entry KciNewString, or
+///   KciAll7Bit and KciNewByteObj, and KciAppendOops.
 /// Blocks: as the file system does.
 OopType KvfDirectory(OopType /*oClass*/, OopType oDirSpec, OopType utfResultsBool) {
   KvfPath aPath;

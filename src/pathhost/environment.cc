@@ -17,8 +17,7 @@ using namespace kvf;
 ///   not exist and for another opcode.
 /// Raises: 2718 for an empty or UTF-16 name, 2061 for a longer one.
 /// Stores: nothing.
-/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, HostGetEnv or HostExpandFileName, KciAll7Bit,
-///   KciNewByteObj.
+/// Host calls: the path fetch, HostGetEnv or HostExpandFileName, KciAll7Bit, KciNewByteObj.
 /// Blocks: never.
 OopType KvfExpandEnvVar(OopType /*oClass*/, OopType varName, OopType opcodeOop) {
   KvfPath name;
@@ -46,7 +45,7 @@ OopType KvfExpandEnvVar(OopType /*oClass*/, OopType varName, OopType opcodeOop) 
 /// Answers: true, or nil on failure.
 /// Raises: 2718 for an empty or UTF-16 name or value, 2061 for a longer one.
 /// Stores: nothing.
-/// Host calls: KciIsKindOfClass and KciFetchUtf8Bytes_ per argument, HostSetEnv.
+/// Host calls: the path fetch, of the name and of the value; HostSetEnv.
 /// Blocks: never.
 OopType KvfSetEnvVar(OopType /*oClass*/, OopType varName, OopType valOop) {
   KvfPath name;

@@ -53,9 +53,10 @@ using namespace kvf;
 /// Answers: oClass, also for an empty string, which logs nothing.
 /// Raises: 2094 with oString and class String for an object that has bytes but no text.
 /// Stores: nothing. The logger stays flushing where nothing was logged, else as it was.
-/// Host calls: KciGetLoggerFlush, KciSetLoggerFlush, KciGetLogger; per piece KciFetchUtf8Bytes_ and
-///   the logger; KciReleaseOops for a converted string, KciSetLoggerFlush; KciFetchSize_ where
-///   nothing was logged.
+/// Host calls: KciGetLoggerFlush, KciSetLoggerFlush, KciGetLogger; per piece, and once more behind
+///   the last, KciFetchUtf8Bytes_; per piece and for the newline the logger (KciLogger in a trace);
+///   KciReleaseOops for a string that the host had to convert; KciSetLoggerFlush. KciFetchSize_
+///   where nothing was logged.
 /// Blocks: as writing the log does.
 OopType KvfKciLog(OopType oClass, OopType oString) {
   const int savedFlush = KciGetLoggerFlush();

@@ -90,8 +90,7 @@ using namespace kvf;
 /// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
 /// Stores: at class level {TEXT_REMOVE_STD_FILE} for the name of a standard file, beside the code
 ///   that was there; the host's code, and its text with the path.
-/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, HostRemoveSingleFile; HostGetErrMsg after a
-///   failure.
+/// Host calls: the path fetch, HostRemoveSingleFile; HostGetErrMsg after a failure.
 /// Blocks: as the file system does.
 OopType KvfUnlink(OopType oClass, OopType oPath) {
   KvfPath aPath;
@@ -109,8 +108,7 @@ OopType KvfUnlink(OopType oClass, OopType oPath) {
 /// Answers: oClass, or nil on failure.
 /// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
 /// Stores: at class level the host's code, and its text with the path.
-/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, HostRemoveDirectory; HostGetErrMsg after a
-///   failure.
+/// Host calls: the path fetch, HostRemoveDirectory; HostGetErrMsg after a failure.
 /// Blocks: as the file system does.
 OopType KvfRmdir(OopType oClass, OopType oPath) {
   KvfPath aPath;
@@ -129,8 +127,8 @@ OopType KvfRmdir(OopType oClass, OopType oPath) {
 /// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
 /// Stores: at class level code 22 and {TEXT_MKDIR_MODE} for another mode; the host's code, and its
 ///   text with the path.
-/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, KciOopToI32_ for a mode, HostCreateDirectory;
-///   HostGetErrMsg after a failure.
+/// Host calls: the path fetch, KciOopToI32_ for a mode, HostCreateDirectory; HostGetErrMsg after a
+///   failure.
 /// Blocks: as the file system does.
 OopType KvfMkdir(OopType oClass, OopType oPath, OopType oMode) {
   KvfPath aPath;
@@ -157,8 +155,7 @@ OopType KvfMkdir(OopType oClass, OopType oPath, OopType oMode) {
 ///   missing file included.
 /// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
 /// Stores: at class level the host's code, and its text with the path before expansion.
-/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, HostExpandFileName, HostFileType;
-///   HostGetErrMsg after a failure.
+/// Host calls: the path fetch, HostExpandFileName, HostFileType; HostGetErrMsg after a failure.
 /// Blocks: as the file system does.
 OopType KvfIsDir(OopType /*oClass*/, OopType oPath) {
   KvfPath aPath;
@@ -175,8 +172,8 @@ OopType KvfIsDir(OopType /*oClass*/, OopType oPath) {
 ///   terminal. nil on failure, a missing file included.
 /// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
 /// Stores: at class level the host's code, and its text with the path before expansion.
-/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_; isatty for "stdin" and "stdout"; else
-///   HostExpandFileName and HostFileType, and HostGetErrMsg after a failure.
+/// Host calls: the path fetch; for "stdin" and "stdout" fileno and isatty; for names of no standard
+///   file HostExpandFileName and HostFileType, and HostGetErrMsg after a failure; KciI32ToOop.
 /// Blocks: as the file system does.
 OopType KvfFileKind(OopType /*oClass*/, OopType oPath) {
   KvfPath aPath;
@@ -195,8 +192,8 @@ OopType KvfFileKind(OopType /*oClass*/, OopType oPath) {
 /// Stores: at class level {TEXT_SIZE_STD_FILE} for the name of a standard file, beside the code
 ///   that was there; the host's code, and its text with the path, where the file exists and the
 ///   host gives a code.
-/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, HostFileExistSize, KciI64ToOop; HostGetErrMsg
-///   after a failure.
+/// Host calls: the path fetch, HostFileExistSize; KciI64ToOop, or KciI32ToOop for a file that does
+///   not exist; HostGetErrMsg after a failure.
 /// Blocks: as the file system does.
 OopType KvfSize(OopType /*oClass*/, OopType oPath) {
   if (oPath == OOP_NIL) return OOP_NIL;
@@ -222,8 +219,8 @@ OopType KvfSize(OopType /*oClass*/, OopType oPath) {
 /// Stores: at class level {TEXT_TIME_STD_FILE} for the name of a standard file, and the host's
 ///   text, each beside the code that was there; an interface error as {TEXT_KCI_ERROR} with its
 ///   number.
-/// Host calls: KciIsKindOfClass, KciFetchUtf8Bytes_, HostExpandFileName, UtlGetFileModTime,
-///   KciCTimeToDateTime, KciErr, KciNewDateTime, KciErr; SysErrorFinishMsg after a failure.
+/// Host calls: the path fetch, HostExpandFileName, UtlGetFileModTime, KciCTimeToDateTime, KciErr,
+///   KciNewDateTime, KciErr; SysErrorFinishMsg after a failure.
 /// Blocks: as the file system does.
 OopType KvfModTime(OopType /*oClass*/, OopType oPath) {
   KvfPath aPath;
@@ -245,7 +242,7 @@ OopType KvfModTime(OopType /*oClass*/, OopType oPath) {
 ///   fetched.
 /// Raises: 2718 for an empty or UTF-16 path, 2061 for a longer one.
 /// Stores: nothing.
-/// Host calls: KciIsKindOfClass and KciFetchUtf8Bytes_ per path, rename, KciI32ToOop.
+/// Host calls: the path fetch, of both paths; rename, KciI32ToOop.
 /// Blocks: as the file system does.
 OopType KvfRename(OopType /*oClass*/, OopType oOldFile, OopType oNewFile) {
   KvfPath oldPath;

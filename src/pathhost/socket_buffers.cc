@@ -43,7 +43,8 @@ using namespace kvf;
 /// Answers: SmallInteger, bytes; a String with {TEXT_OPTION_NAME} or the host's text on failure.
 /// Raises: 2094 and 2061 for oBufKind.
 /// Stores: nothing.
-/// Host calls: KciFetchObjInfo, KciSupFetchKciSocketBufSize, KciI32ToOop or KciNewString.
+/// Host calls: the string fetch, KciSupFetchKciSocketBufSize, KciI32ToOop; KciNewString for a
+///   problem.
 /// Blocks: never.
 OopType KvfKciGetSocketBufSize(OopType /*oClass*/, OopType oBufKind) {
   char name[option_name_size];
@@ -62,7 +63,7 @@ OopType KvfKciGetSocketBufSize(OopType /*oClass*/, OopType oBufKind) {
 ///   {TEXT_SIZE_ODD}, {TEXT_SIZE_RANGE}, {TEXT_OPTION_NAME}, or the host's text.
 /// Raises: 2094 and 2061 for oBufKind.
 /// Stores: nothing.
-/// Host calls: KciFetchObjInfo, KciSupSetKciSocketBufSize, KciNewString for a problem.
+/// Host calls: the string fetch, KciSupSetKciSocketBufSize; KciNewString for a problem.
 /// Blocks: never.
 OopType KvfKciSetSocketBufSize(OopType /*oClass*/, OopType oBufKind, OopType oNewSize) {
   const char* problem = sizeProblem(oNewSize);

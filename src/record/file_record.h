@@ -106,6 +106,9 @@ class KvFileDataSType {
   // Forgets both codes and empties the text.
   void clearErrorCode();
 
+  /// Host calls of the failure's text: UtlMalloc for the first text of the record, HostStrerror for
+  ///   that of an errno value; gzerror before both for a compressed file.
+  //
   // Fills the text from `errCode`, only while the record has no text buffer.
   void getErrorString();
 
@@ -136,6 +139,9 @@ class KvFileDataSType {
   // The position of the next unread byte, while the buffer is valid.
   int64 readPosition() const;
 
+  /// Host calls of the rewind: where bytes were read ahead that nobody consumed, fileno and lseek,
+  ///   or gzseek; else none. The failure's text.
+  //
   // Undoes read-ahead before a write. FALSE when the host could not be repositioned, with the error
   // in the record: then nothing may be written.
   BoolType clearReadBufBeforeWrite();
@@ -146,6 +152,12 @@ class KvFileDataSType {
   // the error in the record. -2 is a read that was interrupted before any byte came.
   ssize_t kvfread(ByteType* buf, size_t howMany);
 
+  /// Host calls of the refill: for the position fileno and lseek, or gztell, unless bytes are left
+  ///   in the buffer; clearerr, or gzerror and gzclearerr; then fileno and HostReadFile_, or
+  ///   gzread. For standard input these last two are printf and fflush for the prompt, and
+  ///   UnixIoFgets_; where a line reader is installed fileno and isatty come before, and on a
+  ///   terminal LrSupReadLine in their place. The failure's text.
+  //
   // Makes `numBytes` bytes available where one read can do it. Answers the bytes available, or the
   // result of the failing read when there are none. `prompt` is shown before a line of standard
   // input is read.
@@ -195,6 +207,10 @@ class KvFileDataSType {
   // compressed file ends its gzip member.
   int kvfflush(BoolType doSync);
 
+  /// Host calls of the closing: for a plain file fclose, for a compressed one gzclose; fwrite and
+  ///   fflush for standard output that ends within a line; none for any other standard file, and
+  ///   for a file that is closed. The failure's text after a failed fclose.
+  //
   // Closes the stream or handle and forgets it, also where closing fails. 0, or non-zero after a
   // failed fclose with the error in the record; standard output that ends within a line gets a
   // newline, and then the answer is the count of that write.

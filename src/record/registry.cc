@@ -1,3 +1,11 @@
+// The session's map of records, and the actions on all of its files.
+//
+// The module keeps no map of its own: the interface holds one for each session in a slot, and every
+// look-up goes by the session that asks. A record is made when its object is first opened; it stays
+// when the file is closed, so that the object can be asked for its error or opened again, and is
+// used again then, its text buffer included. It goes together with its entry, in one step: when the
+// object has died, or the session ends. The slot is emptied before the map is taken apart, so that
+// no look-up can find half of it.
 #include "record/registry.h"
 
 #include <kvfile/kvfile.h>
@@ -149,8 +157,8 @@ void KvfShutdown(int sessionId) {
 /// Answers: oClass.
 /// Raises: 4100 without a session.
 /// Stores: a failed close in the record of its file.
-/// Host calls: KciGetSessionId, KciSupGetKvfileOopMap, KciOopMapForeach; per file fclose or
-///   gzclose, and fwrite of a newline for standard output that ends within a line.
+/// Host calls: KciGetSessionId, KciSupGetKvfileOopMap, KciOopMapForeach; per file
+///   KciOopMapEntryGetValue and the closing.
 /// Blocks: as closing does.
 OopType KvfCloseAll(OopType oClass) {
   int64 unused = 0;
@@ -177,8 +185,8 @@ OopType KvfFinalizeAll(OopType /*oClass*/) {
 ///   identifier of nil, or names a file object that has no record.
 /// Raises: 4100 without a session or map; 2364 for an object that is not registered.
 /// Stores: nothing.
-/// Host calls: per 500 elements KciFetchOops; per element KciOopToI64_, KciOopMapEntryFind, fclose
-///   or gzclose, UtlFree, KciOopMapEntryDelete.
+/// Host calls: KciFetchOops per 500 elements, and once more at their end; per element KciOopToI64_,
+///   the look-up, the closing, UtlFree for the record and for its text, KciOopMapEntryDelete.
 /// Blocks: as closing does.
 OopType KvfClientFinalize(OopType deadIdsArr) {
   constexpr int batch_size = 500;

@@ -24,6 +24,9 @@ inline KciOopMapType* sessionMap(int sessionId) {
   return map != nullptr ? map : raiseNoSession(sessionId);
 }
 
+/// Host calls of the look-up: KciGetSessionId, KciSupGetKvfileOopMap, KciOopMapEntryFind and
+///   KciOopMapEntryGetValue; none for nil.
+//
 // The record of `oFile` and its entry through `entryPtr`. Null, nothing raised, for nil. Null after
 // raising 4100 without a session or map, and after raising 2364 without an entry unless
 // `okIfNoEntry`. The answer may be null for an entry that has no record.
@@ -54,6 +57,11 @@ inline KvFileDataSType* fetchKvFileIfKnown(OopType oFile, int sessId) {
 
 // ---- the life of a record ----
 
+/// Host calls of the registration: KciGetSessionId, KciSupGetKvfileOopMap and KciOopMapEntryFind;
+///   for an object that has a record KciOopMapEntryGetValue and the closing of the file that it had
+///   open; else UtlMalloc and KciOopMapEntryAdd, and where one of these has no memory UtlFree, and
+///   fclose or gzclose for the file that is not registered.
+//
 // Registers a freshly opened stream or handle under `oFile` in the current session: SmallInteger 1
 // for a new record, 2 for a reused one whose earlier file is closed; nil for nil, or after raising
 // 4100 or 2208.

@@ -2,7 +2,9 @@
 """Makes the reference of the user actions from the action table and the module's comments.
 
 Each action is defined behind a block of `///` lines: a summary, then paragraphs that begin with the
-labels below. The table gives the names, the arguments and the one-line meanings.
+labels below. The table gives the names, the arguments and the one-line meanings. What several actions
+do alike is described once, in a block of `///` lines of a header that begins with "Host calls of the
+look-up:", and the actions' paragraphs name it by that word; the pages link it.
 
   docgen.py --source . --reference docs/reference          writes the pages
   docgen.py --source . --reference docs/reference --check  fails where they are stale
@@ -25,6 +27,9 @@ ROW = re.compile(r'^KVF_(?:PASSIVE_)?ACTION\((\w+), (\d+), \(([^)]*)\), "([^"]*)
 TEXT = re.compile(r'constexpr char (TEXT_\w+)\[\] =\s*((?:"(?:[^"\\]|\\.)*"\s*)+);')
 TEXT_NAME = re.compile(r"\{(TEXT_\w+)\}")
 DEFINITION = re.compile(r'^(?:extern "C" )?OopType (\w+)\(')
+SHARED = re.compile(r"Host calls of (the [^:]+): (.+)", re.S)
+HOST_CALLS = "Host calls"
+RAISE = "the raise"  # every action that lists an error has it
 
 
 class Action:
@@ -51,6 +56,10 @@ class Action:
         if not self.summary:
             found.append(f"{self.name}: no summary in {self.source}")
         return found
+
+    @property
+    def raises(self):
+        return not self.paragraphs.get("Raises", "").lower().startswith("nothing")
 
 
 def read_table(source):
@@ -93,6 +102,41 @@ def read_texts(module):
     return texts
 
 
+def read_shared(module):
+    """The names of what several actions do alike, and the host calls of each, in the order of files."""
+    shared, comment = {}, []
+    for path in sorted(module.rglob("*.h")):
+        for line in path.read_text(encoding="utf-8").splitlines():
+            if line.strip().startswith("///"):
+                comment.append(line.strip()[3:].strip())
+                continue
+            found = SHARED.match(" ".join(comment))
+            if found:
+                shared[found[1]] = found[2]
+            comment = []
+    return shared
+
+
+def shared_in(text, shared):
+    """The names of `shared` that the text uses, first use first."""
+    at = {name: text.lower().find(name) for name in shared}
+    return sorted((name for name in shared if at[name] >= 0), key=at.get)
+
+
+def all_shared_in(action, shared):
+    """Those that its host calls name, and those that these name in turn."""
+    found = shared_in(action.paragraphs.get(HOST_CALLS, ""), shared)
+    for name in found:  # grows while it is walked
+        found += [inner for inner in shared_in(shared[name], shared) if inner not in found]
+    return found
+
+
+def unused_shared(actions, shared):
+    used = {name for action in actions.values() for name in all_shared_in(action, shared)}
+    used |= {RAISE} if RAISE in shared else set()
+    return [f"host calls of {name}: no action has them" for name in shared if name not in used]
+
+
 def resolve_texts(text, texts, problems):
     def replace(match):
         if match[1] not in texts:
@@ -120,23 +164,27 @@ def read_sources(module, actions, problems):
                 comment = []
 
 
-def help_text(action):
+def help_text(action, shared):
     """Plain text for a terminal."""
     parts = [textwrap.fill(paragraph, 80) for paragraph in action.summary]
     for label in LABELS:
         if label in action.paragraphs:
             parts.append(textwrap.fill(f"{label}: {action.paragraphs[label]}", 80,
                                        subsequent_indent="  "))
+        if label == HOST_CALLS:
+            parts += [textwrap.fill(f"{sentence(name)}: {shared[name]}", 80, initial_indent="  ",
+                                    subsequent_indent="    ")
+                      for name in all_shared_in(action, shared)]
     return "\n\n".join(parts[:len(action.summary)]) + "\n\n" + "\n".join(parts[len(action.summary):])
 
 
-def include_text(actions):
+def include_text(actions, shared):
     rows = []
     for action in actions.values():
         if action.source is None:
             continue
         # Pieces below the length that compilers must support.
-        text = help_text(action)
+        text = help_text(action, shared)
         pieces = [text[i:i + 1000] for i in range(0, len(text), 1000)]
         literal = "\n     ".join('R"doc(' + piece + ')doc"' for piece in pieces)
         rows.append(f'    {{"{action.name}",\n     {literal}}},\n')
@@ -155,19 +203,46 @@ def sentence(text):
     return text if keeps else text[0].upper() + text[1:]
 
 
-def page(action):
+def anchor(name):
+    """Of a heading, as Markdown is shown on the web."""
+    return re.sub(r"[^a-z -]", "", name).replace(" ", "-")
+
+
+def linked(text, shared, page_name):
+    """The text with the names of `shared` made into links to their place on the index page."""
+    for name in shared:
+        text = re.sub(re.escape(name), f"[\\g<0>]({page_name}#{anchor(name)})", text, flags=re.I)
+    return text
+
+
+def page(action, shared):
     lines = [f"# {action.name}", "", f"`{action.call}`", "", f"{action.meaning}.", ""]
     for paragraph in action.summary:
         lines += textwrap.wrap(escape(paragraph), 100) + [""]
     for label in LABELS:
         if label in action.paragraphs:
+            text = sentence(escape(action.paragraphs[label]))
+            if label == HOST_CALLS:
+                text = linked(text, shared, "README.md")
+            # A link breaks at a blank only.
             lines += [f"## {label}", ""]
-            lines += textwrap.wrap(sentence(escape(action.paragraphs[label])), 100) + [""]
+            lines += textwrap.wrap(text, 100, break_on_hyphens=label != HOST_CALLS) + [""]
     lines.append(f"Source: `src/{action.source}`. [All actions](README.md)")
     return "\n".join(lines) + "\n"
 
 
-def index(actions):
+def shared_lines(shared):
+    lines = ["", "## Host calls that actions share", "",
+             "The pages name them by these words. An error that a page lists under Raises ends in",
+             "[the raise](#the-raise)."]
+    for name, text in shared.items():
+        lines += ["", f"### {sentence(name)}", ""]
+        lines += textwrap.wrap(linked(sentence(escape(text)), shared, ""), 100,
+                               break_on_hyphens=False)
+    return lines
+
+
+def index(actions, shared):
     lines = ["# The user actions", "",
              f"{len(actions)} actions, in the order in which they are declared. The pages are made "
              "by", "`tools/docgen/docgen.py` from the table of actions and the comments above their "
@@ -176,14 +251,14 @@ def index(actions):
     for action in actions.values():
         lines.append(f"| [{action.name}]({action.name}.md) | {', '.join(action.arguments)} | "
                      f"{action.meaning} |")
-    return "\n".join(lines) + "\n"
+    return "\n".join(lines + shared_lines(shared)) + "\n"
 
 
-def pages(actions):
-    files = {"README.md": index(actions)}
+def pages(actions, shared):
+    files = {"README.md": index(actions, shared)}
     for action in actions.values():
         if action.source is not None:
-            files[f"{action.name}.md"] = page(action)
+            files[f"{action.name}.md"] = page(action, shared)
     return files
 
 
@@ -215,12 +290,14 @@ def main():
     actions = read_table(options.source)
     problems = []
     read_sources(options.source / "src", actions, problems)
+    shared = read_shared(options.source / "src")
     problems += [problem for action in actions.values() for problem in action.problems()]
+    problems += unused_shared(actions, shared)
     if options.include and not options.check:
         # Always written, so that the build sees a time behind that of the sources.
-        options.include.write_text(include_text(actions), encoding="utf-8")
+        options.include.write_text(include_text(actions, shared), encoding="utf-8")
     if options.reference:
-        files = pages(actions)
+        files = pages(actions, shared)
         if options.check:
             problems += stale_pages(options.reference, files)
         else:
