@@ -38,7 +38,7 @@ extern "C" {
  * names are taken. */
 BoolType KvfUserActionInit(void);
 
-/* Declares the two actions of passive objects in the same way. */
+/* Declares the actions of passive objects in the same way. */
 BoolType KvfPassiveObjActionInit(void);
 
 /* Begins session `sessionId`, which the host knows already, with an empty map of files; files left

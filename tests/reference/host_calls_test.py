@@ -14,6 +14,7 @@ import unittest
 
 SOURCE = pathlib.Path(os.environ["KVF_SOURCE_DIR"])
 PROGRAM = os.environ["KVF_MARKED"]
+sys.dont_write_bytecode = True  # the source folder stays as it is
 sys.path += [str(SOURCE / "tools" / "docgen"), str(pathlib.Path(__file__).parent)]
 
 import call_cases  # noqa: E402

@@ -244,9 +244,9 @@ def shared_lines(shared):
 
 def index(actions, shared):
     lines = ["# The user actions", "",
-             f"{len(actions)} actions, in the order in which they are declared. The pages are made "
-             "by", "`tools/docgen/docgen.py` from the table of actions and the comments above their "
-             "definitions;", "`kvf help NAME` shows the same text.", "",
+             "In the order in which they are declared. The pages are made by `tools/docgen/docgen.py` "
+             "from the", "table of actions and the comments above their definitions; `kvf help NAME` "
+             "shows the same text.", "",
              "| Action | Arguments | Meaning |", "|---|---|---|"]
     for action in actions.values():
         lines.append(f"| [{action.name}]({action.name}.md) | {', '.join(action.arguments)} | "

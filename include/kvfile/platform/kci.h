@@ -8,14 +8,16 @@
  *   registered, a failing call does not come back: control passes to the frame's setjmp, the frame
  *   stays registered until KciPopErrJump, and KciErr then fetches the error. A call that fails so
  *   is marked "fails" below; one that is not marked never jumps.
- * - Only frames that the running action or function has registered itself count. When it begins,
- *   none does: a host sets aside what its caller had registered, and puts it back when the call
- *   has ended, by coming back or by a raise.
+ * - When an action or a function of kvfile.h begins, no frame counts as registered: the host sets
+ *   aside what its caller had registered, and puts it back when the call has ended, by coming back
+ *   or by a raise. Most actions rely on failing calls that come back. A host that lets its caller's
+ *   frames count all the same has such actions left by a jump where their pages promise an answer
+ *   or a raise; the module holds nothing that is lost by that.
  * - An error is pending until KciErr fetches it or the host clears it. The module takes a pending
  *   error for that of its own last call, and does not ask after every call: it may come back with
- *   one pending. So a host clears it before it calls an action or a function of kvfile.h, or a
- * later one takes it for its own; and it looks when the call has come back, because an error that
- * is pending then (a store that failed, say) is told nowhere else. The standalone host raises it to
+ *   one pending. So a host clears it before it calls an action or a function of kvfile.h, which
+ *   would take it for its own; and it looks when the call has come back, because an error that is
+ *   pending then (a store that failed, say) is told nowhere else. The standalone host raises it to
  *   the caller.
  * - A failing call leaves the caller's buffers untouched.
  * - A call that copies answers at most the count it was asked for. The module takes a larger answer
