@@ -24,6 +24,7 @@ function(kvf_seamed_module target source)
   set(archive ${PROJECT_BINARY_DIR}/lib/lib${target}.a)
   add_custom_command(
     OUTPUT ${archive}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/lib
     COMMAND ${CMAKE_OBJCOPY} --redefine-syms=${KVF_SEAM_REDIRECTIONS} $<TARGET_FILE:${source}>
             ${archive}
     DEPENDS ${source} ${KVF_SEAM_REDIRECTIONS}

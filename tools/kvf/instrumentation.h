@@ -1,7 +1,7 @@
 // The trace and the faults that the command line asks for.
 #pragma once
 
-#include "seam.h"
+#include "seam/seam.h"
 
 #include <vector>
 
