@@ -5,7 +5,7 @@
 
 # Writes what is redirected, from the seam's table.
 function(kvf_write_redirections table output)
-  file(STRINGS ${table} rows REGEX "^SEAM_(CALL|CALL_AS|CALL_VIA|VARIADIC)\\(")
+  file(STRINGS ${table} rows REGEX "^SEAM_(CALL|CALL_VIA|VARIADIC)\\(")
   set(lines "")
   foreach(row IN LISTS rows)
     string(REGEX REPLACE "^[A-Z_]+\\(([A-Za-z0-9_]+),.*" "\\1" symbol "${row}")

@@ -1,3 +1,5 @@
+// Reading and writing by descriptor: transfers that signals do not cut short, lines, and the status of
+// an open file.
 #include <kvfile/kvhost.h>
 #include <kvfile/platform/host.h>
 #include <kvfile/platform/unixio.h>

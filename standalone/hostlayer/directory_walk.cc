@@ -1,3 +1,4 @@
+// The walk over the entries of a directory, each handed to a callback that may leave by a jump.
 #include <kvfile/platform/host.h>
 
 #include "hostlayer/retry.h"

@@ -1,3 +1,4 @@
+// File names as users write them: ~ and $NAME in front of the path that the kernel takes.
 #include <kvfile/platform/host.h>
 
 #include "hostlayer/environment.h"

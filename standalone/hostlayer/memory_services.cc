@@ -1,3 +1,4 @@
+// The allocator, and the pointer that a test of the client's memory reads through.
 #include <kvfile/kvhost.h>
 #include <kvfile/platform/host.h>
 #include <kvfile/platform/utl.h>

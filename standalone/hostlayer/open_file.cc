@@ -1,3 +1,4 @@
+// Opening a host file as a stream that programs started by this process do not inherit.
 #include <kvfile/kvhost.h>
 #include <kvfile/platform/host.h>
 

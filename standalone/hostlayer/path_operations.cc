@@ -1,3 +1,4 @@
+// What is asked of and done to files by their paths: kinds, sizes, times, removal, directories.
 #include <kvfile/platform/host.h>
 #include <kvfile/platform/utl.h>
 

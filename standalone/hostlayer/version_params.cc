@@ -1,3 +1,4 @@
+// What this build and this machine tell of themselves.
 #include <kvfile/platform/version.h>
 
 #include "build_info.h"

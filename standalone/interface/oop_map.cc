@@ -1,6 +1,6 @@
 #include "interface/oop_map.h"
 
-#include "absl/container/flat_hash_set.h"
+#include <absl/container/flat_hash_set.h>
 
 #include <new>
 

@@ -2,8 +2,9 @@
 
 #include <kvfile/kvhost.h>
 
-#include "absl/container/flat_hash_map.h"
 #include "memory/object_memory.h"
+
+#include <absl/container/flat_hash_map.h>
 
 #include <unistd.h>
 

@@ -2,9 +2,10 @@
 // here takes a lock but for a new chunk, once in 4096 objects.
 #pragma once
 
-#include "absl/container/flat_hash_set.h"
 #include "memory/class_table.h"
 #include "memory/slot_directory.h"
+
+#include <absl/container/flat_hash_set.h>
 
 #include <cstdint>
 #include <vector>

@@ -1,8 +1,9 @@
 #include "memory/symbol_table.h"
 
-#include "absl/container/flat_hash_map.h"
 #include "memory/contents.h"
 #include "memory/object_memory.h"
+
+#include <absl/container/flat_hash_map.h>
 
 #include <mutex>
 #include <new>

@@ -51,8 +51,6 @@ KciLoggerType tracedLogger();
     static constexpr FunctionInfo INFO = functionInfo<Failure>(label, kinds, result, TRAITS); \
   };
 // NOLINTEND(bugprone-macro-parentheses)
-#define SEAM_CALL_AS(symbol, name, arity, kinds, result, failure, traits) \
-  SEAM_ROW(symbol, #name, symbol, symbol, kinds, result, failure, traits)
 #define SEAM_CALL(symbol, arity, kinds, result, failure, traits) \
   SEAM_ROW(symbol, #symbol, symbol, symbol, kinds, result, failure, traits)
 #define SEAM_CALL_VIA(symbol, realFunction, arity, kinds, result, failure, traits) \
@@ -62,7 +60,6 @@ KciLoggerType tracedLogger();
 #define SEAM_VARIADIC(symbol, realFunction, kinds, result, failure, traits) \
   SEAM_ROW(symbol, #symbol, realFunction, realFunction, kinds, result, failure, traits)
 #include "seam/functions.def"
-#undef SEAM_CALL_AS
 #undef SEAM_CALL
 #undef SEAM_CALL_VIA
 #undef SEAM_INNER
@@ -110,15 +107,12 @@ void leaveInterfaceError(int64_t number) {
   extern "C" Row_##symbol::Result seam_##symbol(SEAM_PARAMETERS_##arity(Row_##symbol)) { \
     return call<Row_##symbol>(SEAM_ARGUMENTS_##arity);                                   \
   }
-#define SEAM_CALL_AS(symbol, name, arity, kinds, result, failure, traits) \
-  SEAM_WRAPPER(symbol, arity, kinds)
 #define SEAM_CALL(symbol, arity, kinds, result, failure, traits) SEAM_WRAPPER(symbol, arity, kinds)
 #define SEAM_CALL_VIA(symbol, real, arity, kinds, result, failure, traits) \
   SEAM_WRAPPER(symbol, arity, kinds)
 #define SEAM_INNER(name, arity, kinds, result, failure, traits)
 #define SEAM_VARIADIC(symbol, realFunction, kinds, result, failure, traits)
 #include "seam/functions.def"
-#undef SEAM_CALL_AS
 #undef SEAM_CALL
 #undef SEAM_CALL_VIA
 #undef SEAM_INNER
@@ -168,7 +162,6 @@ extern "C" __attribute__((format(printf, 2, 3))) int seam_gzprintf(gzFile file, 
 namespace {
 
 constexpr const FunctionInfo* FUNCTIONS[] = {
-#define SEAM_CALL_AS(symbol, name, arity, kinds, result, failure, traits)
 #define SEAM_CALL(symbol, arity, kinds, result, failure, traits) &Row_##symbol::INFO,
 #define SEAM_CALL_VIA(symbol, real, arity, kinds, result, failure, traits) &Row_##symbol::INFO,
 #define SEAM_INNER(name, arity, kinds, result, failure, traits) &Row_##name::INFO,

@@ -5,27 +5,38 @@ each other. Takes the source and the build folder from KVF_SOURCE_DIR and KVF_BI
 import os
 import re
 import subprocess
+import sys
 import tempfile
 import unittest
 from pathlib import Path
 
+sys.path.insert(0, str(Path(__file__).parents[1]))
+from support.tree import PUBLIC, action_names, actions, c_functions, passive_actions  # noqa: E402
+
 SOURCE = Path(os.environ["KVF_SOURCE_DIR"])
 BINARY = Path(os.environ["KVF_BINARY_DIR"])
+CC, CXX = os.environ["KVF_CC"], os.environ["KVF_CXX"]
 MODULE = SOURCE / "src"
-PUBLIC = SOURCE / "include"
 
-ENTRY_POINTS = {
-    "KvfUserActionInit", "KvfPassiveObjActionInit", "KvfStartup", "KvfShutdown", "KvFileWrite",
-    "KvFileRead", "KvFileFetchErrorString", "KvFileSetLineReader", "KvFileShutdownLineReader",
+# Each part of the tree, and the parts that its files may name in quotes: every path begins at the root
+# of one of them.
+ROOTS = {
+    "src": ["src"],
+    "standalone": ["standalone"],
+    "tools": ["tools/kvf", "standalone"],
+    "tests": ["tests", "src", "standalone", "tools/kvf", "tests/consumer/c_product"],
+    "include": [],
 }
+MADE_BY_THE_BUILD = {"build_info.h", "action_docs.inc"}
+
 C_LIBRARY = {
     "__assert_fail", "__errno_location", "_setjmp", "clearerr_unlocked", "fclose", "fflush", "fileno", "fsync", "fwrite",
     "isatty", "lseek", "lseek64", "memchr", "memcmp", "bcmp", "memcpy", "memmove", "memset", "printf",
     "rename", "snprintf", "stderr", "stdin", "stdout", "strchr", "strcmp", "strlen", "strstr",
 }
 ZLIB = {
-    "gzopen", "gzopen64", "gzprintf", "gzread", "gzgetc", "gzungetc", "gzwrite", "gzputc", "gzputs",
-    "gzseek", "gzseek64", "gztell", "gztell64", "gzflush", "gzclose", "gzerror", "gzclearerr",
+    "gzopen", "gzprintf", "gzread", "gzgetc", "gzungetc", "gzwrite", "gzputc", "gzputs",
+    "gzseek", "gztell", "gzflush", "gzclose", "gzerror", "gzclearerr",
     "gzdirect",
 }
 
@@ -46,13 +57,23 @@ def nm(*arguments):
             if len(line.split()) >= 2 and line.split()[-2] != "A"}  # A: the name of a version
 
 
-def actions():
-    table = (PUBLIC / "kvfile" / "action_table.def").read_text()
-    return re.findall(r"^KVF_(?:PASSIVE_)?ACTION\((Kvf\w+), (\d+), \(([^)]*)\)", table, re.M)
-
-
 def module_sources():
     return sorted(p for p in MODULE.rglob("*") if p.suffix in (".cc", ".h"))
+
+
+def text_files():
+    """All that is kept of the tree, in its own words."""
+    listed = subprocess.run(["git", "-C", SOURCE, "ls-files"], capture_output=True, text=True)
+    if listed.returncode == 0:
+        return [SOURCE / name for name in listed.stdout.splitlines() if (SOURCE / name).is_file()]
+    return [p for p in SOURCE.rglob("*") if p.is_file() and not re.match(
+        r"(build|\.git)", str(p.relative_to(SOURCE)))]
+
+
+def sources():
+    """Every file of C and C++."""
+    return sorted(p for root in ROOTS for p in (SOURCE / root).rglob("*")
+                  if p.suffix in (".c", ".cc", ".h", ".def"))
 
 
 def public_headers():
@@ -70,35 +91,66 @@ def platform_functions():
 
 
 class Table(unittest.TestCase):
-    def test_has_all_actions_with_their_counts(self):
+    def test_rows_are_named_once_and_count_their_parameters(self):
         rows = actions()
-        self.assertEqual(len(rows), 46)
-        self.assertEqual(len({name for name, _, _ in rows}), 46)
+        self.assertGreater(len(rows), 1)
+        self.assertEqual(len(action_names()), len(rows))
         for name, count, parameters in rows:
             self.assertEqual(int(count), len(parameters.split(",")), name)
 
-    def test_every_action_has_a_test(self):
+    def test_every_action_is_called_by_a_test(self):
+        """By a test that says what it expects of it: a name in a list is none."""
         tests = "".join(p.read_text() for p in (SOURCE / "tests").rglob("*_test.cc"))
-        untested = [name for name, _, _ in actions() if f'"{name}"' not in tests]
-        self.assertEqual(untested, [])
+        called = set(re.findall(r'\b(?:call|attempt|act|tryAct)\(\s*"(Kvf\w+)"', tests))
+        called |= set(re.findall(r'\bexpectRaise\(\s*[^;"]*"(Kvf\w+)"', tests))
+        for helper, action in re.findall(r'(\w+)\([^;{}]*\) \{[^{}]*\bcall\(\s*"(Kvf\w+)"', "".join(
+                p.read_text() for p in (SOURCE / "tests").rglob("*.h"))):
+            if re.search(rf"\b{helper}\(", tests):
+                called.add(action)
+        self.assertEqual(sorted(action_names() - called), [])
 
-    def test_every_folder_of_tests_is_built(self):
+    def test_how_many_actions_there_are_is_written_nowhere(self):
+        """The table tells; a number in a text goes stale with the next action."""
+        whole, apart = len(actions()), len(passive_actions())
+        counts = {whole, whole - apart, len(c_functions()), whole + len(c_functions())}
+        words = {9: "nine", 44: "forty-four", 46: "forty-six", 55: "fifty-five"}
+        numbers = "|".join([str(c) for c in counts] + [words[c] for c in counts if c in words])
+        counted = re.compile(
+            rf"(?<![\w.])({numbers})\s+(?:[\w-]+\s+){{0,2}}(actions?|C functions?|entry points|public names)\b",
+            re.I)
+        compared = re.compile(rf"(?:size\(\)|rows\)|names\)), ({numbers})U?\)")
+        stale = [f"{p.relative_to(SOURCE)}: {match[0]}" for p in text_files()
+                 if p.suffix in (".md", ".h", ".cc", ".c", ".py", ".def", ".txt", ".cmake", ".sh", "")
+                 for pattern in (counted, compared) for match in pattern.finditer(p.read_text())]
+        self.assertEqual(stale, [])
+
+
+class Tests(unittest.TestCase):
+    def test_every_folder_is_built(self):
         listed = (SOURCE / "tests" / "CMakeLists.txt").read_text()
         folders = {p.parent.name for p in (SOURCE / "tests").rglob("*_test.*")}
         self.assertEqual([f for f in sorted(folders) if not re.search(rf"\b{f}\b", listed)], [])
+
+    def test_names_are_the_same_in_every_build(self):
+        """A value in a name may be an address, or another one elsewhere."""
+        shown = subprocess.run(["ctest", "-N"], cwd=BINARY, check=True, capture_output=True, text=True)
+        names = re.findall(r"^ *Test +#\d+: (.*)$", shown.stdout, re.M)
+        self.assertGreater(len(names), 100)
+        self.assertEqual([name for name in names if not re.fullmatch(r"[\w./-]+", name)], [])
+        self.assertEqual(len(set(names)), len(names))
 
 
 class Symbols(unittest.TestCase):
     def test_shared_library_exports_actions_and_entry_points_only(self):
         exported = nm("-D", "--defined-only", BINARY / "lib" / "libkvfile.so")
-        self.assertEqual(exported, ENTRY_POINTS | {name for name, _, _ in actions()})
+        self.assertEqual(exported, c_functions() | action_names())
 
     @unittest.skipIf(sanitized() or debug(), "templates of the standard library are not inlined")
     def test_archive_defines_public_names_and_its_namespace_only(self):
         """A product may have functions and variables of any other name."""
         defined = nm("-g", "--defined-only", BINARY / "lib" / "libkvfile.a")
         private = {name for name in defined if re.match(r"_ZNK?3kvf", name)}
-        self.assertEqual(defined - private, ENTRY_POINTS | {name for name, _, _ in actions()})
+        self.assertEqual(defined - private, c_functions() | action_names())
 
     @unittest.skipIf(sanitized(), "instrumentation adds symbols")
     def test_module_calls_only_its_platform(self):
@@ -158,6 +210,39 @@ class Sources(unittest.TestCase):
                 t.parent.name for t in targets if t.parent != source.parent)
         self.assert_no_cycle(folders)
 
+    def test_public_headers_are_included_in_angle_brackets_and_others_from_the_root_of_their_part(self):
+        wrong = []
+        for source in sources():
+            part = source.relative_to(SOURCE).parts[0]
+            text = source.read_text()
+            for name in re.findall(r'^\s*#\s*include "([^"]+)"', text, re.M):
+                if name not in MADE_BY_THE_BUILD and not any(
+                        (SOURCE / root / name).is_file() for root in ROOTS[part]):
+                    wrong.append(f'{source.relative_to(SOURCE)}: "{name}"')
+            for name in re.findall(r"^\s*#\s*include <([^>]+)>", text, re.M):
+                if any((SOURCE / root / name).is_file() for root in ROOTS[part]):
+                    if "consumer" not in source.parts:  # a product's own, which it finds as it likes
+                        wrong.append(f"{source.relative_to(SOURCE)}: <{name}>")
+        self.assertEqual(wrong, [])
+
+    def test_every_file_begins_with_what_it_is_for(self):
+        silent = []
+        for path in text_files():
+            lines = path.read_text().splitlines()[:2]
+            if path.suffix in (".c", ".cc", ".h", ".def"):
+                tells = re.match(r"(//|/\*) ?[A-Z`<]", lines[0])
+                if path.suffix == ".cc" and path.with_suffix(".h").is_file():  # there it stands
+                    tells = tells or re.fullmatch(rf'#include ".*\b{path.stem}\.h"', lines[0])
+            elif path.suffix == ".py" or lines[:1] == ["#!/usr/bin/env python3"]:
+                tells = any(line.startswith('"""') for line in lines)
+            elif path.suffix in (".sh", ".cmake") or lines[:1] == ["#!/usr/bin/env bash"]:
+                tells = any(re.match(r"# ?\S", line) for line in lines)
+            else:
+                continue
+            if not tells:
+                silent.append(str(path.relative_to(SOURCE)))
+        self.assertEqual(silent, [])
+
     def test_each_failure_text_stands_in_one_place(self):
         texts = re.findall(r'TEXT_\w+\[\] =\s*"([^"]+)"',
                            (MODULE / "framework" / "texts.h").read_text())
@@ -194,9 +279,8 @@ class Headers(unittest.TestCase):
             if header == "kvfile/kvhost.h":  # the standalone host's is C++
                 continue
             with self.subTest(header=header):
-                for c, cpp in (("gcc", "g++"), ("clang-14", "clang++-14")):
-                    self.compile(header, c, "c", "c11")
-                    self.compile(header, cpp, "c++", "c++20")
+                self.compile(header, CC, "c", "c11")
+                self.compile(header, CXX, "c++", "c++20")
 
 
 if __name__ == "__main__":

@@ -1,3 +1,4 @@
+/* The folder that the checks work in, and how answers are looked at. */
 #define _GNU_SOURCE
 #include "c_host/checks.h"
 

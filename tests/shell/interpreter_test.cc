@@ -1,3 +1,4 @@
+// Evaluation: messages, assignments, blocks, calls of actions, and what ends a statement.
 #include "shell/workspace.h"
 
 #include <sys/resource.h>

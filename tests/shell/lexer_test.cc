@@ -1,3 +1,4 @@
+// Source text as tokens, each with its place.
 #include "lexer.h"
 
 #include <gtest/gtest.h>

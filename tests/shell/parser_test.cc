@@ -1,3 +1,4 @@
+// Tokens as statements, and what a syntax error tells.
 #include "parser.h"
 
 #include <fmt/format.h>

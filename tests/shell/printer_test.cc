@@ -1,3 +1,4 @@
+// How answers are written, so that they can be read back.
 #include "shell/workspace.h"
 #include "text.h"
 

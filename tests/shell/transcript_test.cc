@@ -1,3 +1,4 @@
+// Documents as statements with the answers that they promise.
 #include "transcript.h"
 
 #include <gtest/gtest.h>

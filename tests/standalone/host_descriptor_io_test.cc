@@ -1,3 +1,4 @@
+// The host reads and writes descriptors, whatever signals, pipes and terminals do.
 #include <kvfile/kvhost.h>
 #include <kvfile/platform/host.h>
 #include <kvfile/platform/unixio.h>

@@ -1,3 +1,4 @@
+// The walk over a directory: every entry once, and nothing kept when it is left.
 #include <kvfile/platform/host.h>
 
 #include "standalone/host_fixture.h"

@@ -1,3 +1,4 @@
+// The texts that the host has for failures of the operating system.
 #include <kvfile/platform/host.h>
 #include <kvfile/platform/syserror.h>
 

@@ -1,3 +1,4 @@
+// What the host answers about paths, and what it does to files by them.
 #include <kvfile/platform/host.h>
 #include <kvfile/platform/utl.h>
 

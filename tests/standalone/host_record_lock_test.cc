@@ -1,3 +1,4 @@
+// Record locks against other processes: ranges, waiting, time limits, queries.
 #include <kvfile/kvhost.h>
 #include <kvfile/platform/host.h>
 

@@ -1,3 +1,4 @@
+// Completion of words on the line that is being typed.
 #include "terminal/completion.h"
 
 #include <gtest/gtest.h>

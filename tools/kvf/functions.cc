@@ -254,8 +254,8 @@ Value callPassiveObjActionInit(Interpreter&, Arguments) {
 }
 
 constexpr std::array C_FUNCTIONS = {
-    CFunction{"KvfUserActionInit", 0, 0, "", "Declare the 44 file actions", callUserActionInit},
-    CFunction{"KvfPassiveObjActionInit", 0, 0, "", "Declare the 2 passive-object actions",
+    CFunction{"KvfUserActionInit", 0, 0, "", "Declare the file actions", callUserActionInit},
+    CFunction{"KvfPassiveObjActionInit", 0, 0, "", "Declare the actions of passive objects",
               callPassiveObjActionInit},
     CFunction{"KvfStartup", 1, 1, "sessionId", "Give a session an empty file map", callStartup},
     CFunction{"KvfShutdown", 1, 1, "sessionId", "Close a session's files and drop its map",
