@@ -8,16 +8,10 @@
 
 namespace kvf {
 
-// The errors that the module raises, by their numbers. Their texts are the host system's.
+// KVF_ERR_ARGUMENT_RANGE and the others, by their numbers.
 enum KvfErrorEType : int {
-  KVF_ERR_ARGUMENT_RANGE = 2061,       // argument out of range or not convertible: the argument
-  KVF_ERR_ARGUMENT_CLASS = 2094,       // wrong class: the argument, the expected class
-  KVF_ERR_NO_MEMORY = 2208,            // no memory for a file record
-  KVF_ERR_NOT_CHARACTER = 2242,        // neither Character nor SmallInteger: argument, both classes
-  KVF_ERR_COUNT_TOO_LARGE = 2284,      // count exceeds the object's size: the object, the count
-  KVF_ERR_FILE_NOT_REGISTERED = 2364,  // file object not in the session's map: the file object
-  KVF_ERR_PATH = 2718,                 // UTF-16 or empty path: the path object
-  KVF_ERR_NO_SESSION = 4100,           // no session or no file map: the session id
+#define KVF_ERROR(number, name, meaning, arguments) KVF_ERR_##name = (number),
+#include <kvfile/error_table.def>
 };
 
 /// Host calls of the raise: KciRaiseException, which is the last call of an action; before it

@@ -15,19 +15,9 @@ struct ErrorRow {
   const char* text;  // of the first argument, which %s shows as an identifier
 };
 
+#define KVHOST_ERROR(number, name, argCount, text) ErrorRow{ERROR_##name, argCount, text},
 constexpr std::array ERRORS = {
-    ErrorRow{ERROR_NO_SUCH_OBJECT, 1, "the object %s does not exist"},
-    ErrorRow{ERROR_NOT_BYTES, 1, "the object %s does not hold bytes"},
-    ErrorRow{ERROR_NOT_POINTERS, 1, "the object %s does not hold elements"},
-    ErrorRow{ERROR_NOT_CHARACTERS, 1, "the object %s is not a character object"},
-    ErrorRow{ERROR_SIZE_FIXED, 1, "the size of the object %s cannot change"},
-    ErrorRow{ERROR_INVARIANT, 1, "the object %s is invariant"},
-    ErrorRow{ERROR_WRONG_CLASS, 2, "the object %s is of the wrong class"},
-    ErrorRow{ERROR_OUT_OF_RANGE, 1, "an index, size or count for the object %s is out of range"},
-    ErrorRow{ERROR_NOT_INSTANTIABLE, 1, "%s is not a class of which such an instance can be made"},
-    ErrorRow{ERROR_NO_MEMORY, 1, "there is no memory for the object %s, or it would be too large"},
-    ErrorRow{ERROR_MALFORMED_TEXT, 1, "the object %s does not hold well-formed UTF-16 text"},
-    ErrorRow{ERROR_DATE_RANGE, 0, "the point in time cannot be represented"},
+#include "interface/error_table.def"
 };
 
 }  // namespace

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Makes the reference of the user actions from the action table and the module's comments.
+"""Makes the reference of the user actions from the action table and the module's comments, and the
+tables of raised errors in the manuals from the error table.
 
 Each action is defined behind a block of `///` lines: a summary, then paragraphs that begin with the
 labels below. The table gives the names, the arguments and the one-line meanings. What several actions
@@ -8,10 +9,11 @@ look-up:", and the actions' paragraphs name it by that word; the pages link it.
 
   docgen.py --source . --reference docs/reference          writes the pages
   docgen.py --source . --reference docs/reference --check  fails where they are stale
+  docgen.py --source . --errors docs/embedding.md ...      writes the errors' table of each
   docgen.py --source . --include FILE                      writes a C++ include for the shell
 
---check also fails where an action has no comment, or where its comment lacks a paragraph. Without it
-such gaps are warnings, so that a build goes on.
+--check also fails where an action has no comment, where its comment lacks a paragraph, or where it
+raises what the error table does not know. Without it such gaps are warnings, so that a build goes on.
 """
 
 import argparse
@@ -23,6 +25,13 @@ import textwrap
 LABELS = ["Arguments", "Answers", "Raises", "Stores", "Host calls", "Blocks"]
 
 LABEL = re.compile(r"(?:^|(?<=[.:;)] ))(" + "|".join(LABELS) + r"):")
+ERROR_ROW = re.compile(r'^KVF_ERROR\((\d+), \w+, "([^"]*)", "([^"]*)"\)$')
+# The heads by which a manual's table of errors is known, with what stands in its rows.
+ERROR_TABLES = {
+    "| Number | Meaning |": lambda error: [error.number, error.meaning + error.fatal_note],
+    "| number | meaning | arguments |":
+        lambda error: [error.number, error.meaning + error.fatal_note, error.arguments],
+}
 ROW = re.compile(r'^KVF_(?:PASSIVE_)?ACTION\((\w+), (\d+), \(([^)]*)\), "([^"]*)"\)$')
 TEXT = re.compile(r'constexpr char (TEXT_\w+)\[\] =\s*((?:"(?:[^"\\]|\\.)*"\s*)+);')
 TEXT_NAME = re.compile(r"\{(TEXT_\w+)\}")
@@ -72,6 +81,48 @@ def read_table(source):
     if not actions:
         raise SystemExit(f"docgen: no rows in {table}")
     return actions
+
+
+class Error:
+    """One row of the error table."""
+
+    def __init__(self, number, meaning, arguments):
+        self.number = number
+        self.meaning = meaning
+        self.arguments = arguments
+        self.fatal_note = "; fatal" if 4000 <= int(number) <= 4999 else ""
+
+
+def read_errors(source):
+    table = source / "include" / "kvfile" / "error_table.def"
+    rows = [ERROR_ROW.match(line) for line in table.read_text(encoding="utf-8").splitlines()]
+    errors = [Error(*row.groups()) for row in rows if row]
+    if not errors:
+        raise SystemExit(f"docgen: no rows in {table}")
+    return errors
+
+
+def with_error_table(text, errors):
+    """`text` with the rows of its table of errors made anew; None where it has no such table."""
+    lines = text.splitlines(keepends=True)
+    for index, line in enumerate(lines):
+        cells = ERROR_TABLES.get(line.rstrip())
+        if cells is None:
+            continue
+        first = last = index + 2  # behind the line of dashes
+        while last < len(lines) and lines[last].startswith("|"):
+            last += 1
+        rows = ["| " + " | ".join(cells(error)) + " |\n" for error in errors]
+        rows = [re.sub(r" +\|$", " |", row) for row in rows]
+        return "".join(lines[:first] + rows + lines[last:])
+    return None
+
+
+def unknown_errors(action, errors):
+    known = {error.number for error in errors}
+    raised = re.findall(r"\b\d{4}\b", action.paragraphs.get("Raises", ""))
+    return [f"{action.name}: raises {number}, which the error table does not know"
+            for number in raised if number not in known]
 
 
 def split_comment(lines):
@@ -279,11 +330,26 @@ def stale_pages(folder, files):
     return found
 
 
+def update_errors(manual, errors, only_check):
+    text = manual.read_text(encoding="utf-8")
+    wanted = with_error_table(text, errors)
+    if wanted is None:
+        return [f"{manual}: no table of errors"]
+    if not only_check:
+        write_if_changed(manual, wanted)
+    elif wanted != text:
+        return [f"{manual}: its table of errors is stale; run tools/docgen/docgen.py --source . "
+                f"--errors {manual}"]
+    return []
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--source", type=pathlib.Path, required=True, help="the tree's root")
     parser.add_argument("--include", type=pathlib.Path, help="write this C++ include")
     parser.add_argument("--reference", type=pathlib.Path, help="the folder of the pages")
+    parser.add_argument("--errors", type=pathlib.Path, nargs="+", default=[],
+                        help="manuals with a table of errors")
     parser.add_argument("--check", action="store_true", help="write nothing; fail where stale")
     options = parser.parse_args()
 
@@ -293,6 +359,9 @@ def main():
     shared = read_shared(options.source / "src")
     problems += [problem for action in actions.values() for problem in action.problems()]
     problems += unused_shared(actions, shared)
+    errors = read_errors(options.source)
+    problems += [problem for action in actions.values()
+                 for problem in unknown_errors(action, errors)]
     if options.include and not options.check:
         # Always written, so that the build sees a time behind that of the sources.
         options.include.write_text(include_text(actions, shared), encoding="utf-8")
@@ -303,6 +372,8 @@ def main():
         else:
             for name, text in files.items():
                 write_if_changed(options.reference / name, text)
+    for manual in options.errors:
+        problems += update_errors(manual, errors, options.check)
     for problem in problems:
         print(f"docgen: {problem}", file=sys.stderr)
     return 1 if problems and options.check else 0

@@ -26,15 +26,9 @@ struct ErrorMeaning {
   std::string_view meaning;
 };
 
+#define KVF_ERROR(number, name, meaning, arguments) ErrorMeaning{number, meaning},
 constexpr std::array ERROR_MEANINGS = {
-    ErrorMeaning{2061, "argument out of range or not convertible"},
-    ErrorMeaning{2094, "argument of the wrong class"},
-    ErrorMeaning{2208, "no memory for a file record"},
-    ErrorMeaning{2242, "argument is neither a Character nor a SmallInteger"},
-    ErrorMeaning{2284, "count exceeds the size of the object"},
-    ErrorMeaning{2364, "file object is not registered in this session"},
-    ErrorMeaning{2718, "path is empty or a UTF-16 string"},
-    ErrorMeaning{4100, "there is no session, or it has no file map"},
+#include <kvfile/error_table.def>
 };
 
 std::string describeArguments(Interpreter& interpreter, const KciErrSType& error) {
@@ -110,6 +104,7 @@ void containFault(int signal) {
   if (faultIsContained == 0) {
     // Not the deliberate one: it comes again without a handler, and ends the process.
     std::signal(signal, SIG_DFL);
+    std::raise(signal);
     return;
   }
   faultIsContained = 0;
