@@ -51,6 +51,22 @@ TEST(Transcript, MatchesWildcardsWithinALine) {
   EXPECT_FALSE(lineMatches("...b", "bc"));
 }
 
+TEST(Transcript, MatchesPiecesInTheirOrderWithoutOverlap) {
+  EXPECT_FALSE(lineMatches("ab...ba", "aba"));
+  EXPECT_TRUE(lineMatches("ab...ba", "abba"));
+  EXPECT_FALSE(lineMatches("...b...a", "ab"));
+  EXPECT_FALSE(lineMatches("...ab...ab", "xab"));
+  EXPECT_TRUE(lineMatches("a......b", "ab"));
+}
+
+// Tried in every place, the wildcards of this line would outlast the test's time limit by far.
+TEST(Transcript, MatchesALineOfManyWildcardsInTimeThatGrowsWithItsLength) {
+  std::string expected;
+  for (int i = 0; i < 40; i++) expected += "...a";
+  EXPECT_FALSE(lineMatches(expected + "...b", std::string(20'000, 'a')));
+  EXPECT_TRUE(lineMatches(expected + "...", std::string(20'000, 'a')));
+}
+
 TEST(Transcript, MatchesAnyLinesForALoneWildcard) {
   EXPECT_TRUE(matches({"a", "...", "z"}, {"a", "z"}));
   EXPECT_TRUE(matches({"a", "...", "z"}, {"a", "b", "c", "z"}));

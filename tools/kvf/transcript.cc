@@ -166,15 +166,21 @@ std::vector<ExchangeGroup> readTranscript(std::string_view text, bool isMarkdown
   return groups;
 }
 
+// A piece between two wildcards is taken where it is found first, which leaves the most for those
+// behind it. So nothing is ever tried twice.
 bool lineMatches(std::string_view expected, std::string_view actual) {
-  size_t at = expected.find(WILDCARD);
-  if (at == std::string_view::npos) return expected == actual;
-  if (!actual.starts_with(expected.substr(0, at))) return false;
-  std::string_view rest = expected.substr(at + WILDCARD.size());
-  for (size_t start = at; start <= actual.size(); start++) {
-    if (lineMatches(rest, actual.substr(start))) return true;
+  size_t end = expected.find(WILDCARD);
+  if (end == std::string_view::npos) return expected == actual;
+  if (!actual.starts_with(expected.substr(0, end))) return false;
+  actual.remove_prefix(end);
+  expected.remove_prefix(end + WILDCARD.size());
+  while ((end = expected.find(WILDCARD)) != std::string_view::npos) {
+    size_t at = actual.find(expected.substr(0, end));
+    if (at == std::string_view::npos) return false;
+    actual.remove_prefix(at + end);
+    expected.remove_prefix(end + WILDCARD.size());
   }
-  return false;
+  return actual.ends_with(expected);
 }
 
 bool matches(const std::vector<std::string>& expected, const std::vector<std::string>& actual) {
