@@ -2,6 +2,7 @@
 #include "parser.h"
 
 #include <fmt/format.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace shell {
@@ -49,9 +50,13 @@ std::string show(const Node& node) {
     return fmt::format("({} := {})", assignment->name, show(*assignment->value));
   }
   if (const auto* send = std::get_if<Send>(&node.content)) {
-    std::string arguments = showAll(send->arguments);
-    return fmt::format("({} {}{}{})", show(*send->receiver), send->selector,
-                       arguments.empty() ? "" : " ", arguments);
+    std::string out = show(*send->receiver);
+    for (const MessageNode& message : send->messages) {
+      std::string arguments = showAll(message.arguments);
+      out = fmt::format("({} {}{}{})", out, message.selector, arguments.empty() ? "" : " ",
+                        arguments);
+    }
+    return out;
   }
   if (const auto* call = std::get_if<Call>(&node.content)) {
     return fmt::format("{}({})", call->function, showAll(call->arguments));
@@ -177,14 +182,36 @@ std::string messageOf(const std::string& source) {
 }
 
 TEST(Parser, RefusesWhatIsNestedTooDeep) {
-  static constexpr std::string_view BRACKETS[][2] = {{"(", ")"},   {"[", "]"},      {"{", "}"},
-                                                     {"#(", ")"},  {"f(", ")"},     {"a := ", ""},
-                                                     {"1 + ", ""}, {"", " negated"}};
+  static constexpr std::string_view BRACKETS[][2] = {
+      {"(", ")"}, {"[", "]"}, {"{", "}"}, {"#(", ")"}, {"f(", ")"}, {"a := ", ""}, {"1 + (", ")"}};
   for (const auto& [opening, closing] : BRACKETS) {
     EXPECT_EQ(messageOf(nested(opening, closing, MAX_NESTING - 1)), "") << opening << closing;
     EXPECT_EQ(messageOf(nested(opening, closing, 100'000)), "this is nested more than 500 deep")
         << opening << closing;
   }
+}
+
+TEST(Parser, TakesAFlatChainOfMessagesForNoNesting) {
+  EXPECT_EQ(messageOf(nested("1 + ", "", 100'000)), "");
+  EXPECT_EQ(messageOf(nested("", " negated", 100'000)), "");
+  EXPECT_EQ(messageOf(nested("1 + ", " negated", 1000) + " at: 3"), "");
+}
+
+TEST(Parser, SaysThatThereAreNoFractions) {
+  for (const char* source : {"3.14", "x := 1.5", "#(1.5)", "16r1F.0", "f(-1.5)"}) {
+    EXPECT_THAT(messageOf(source), testing::StartsWith("there are no fractions")) << source;
+  }
+  EXPECT_EQ(parsed("3. 14"), "3; 14");
+  EXPECT_EQ(parsed("3.x := 1.\n5"), "3; (x := 1); 5");
+}
+
+TEST(Parser, RefusesToHideWhatHasANameAlready) {
+  for (const char* name : {"nil", "true", "Session", "Smalltalk", "String", "KvFile", "KvfOpen",
+                           "KvfStartup", "KvFileRead", "KvfFile"}) {
+    EXPECT_THAT(messageOf(std::string(name) + " := 3"),
+                testing::HasSubstr("'" + std::string(name) + "' cannot be assigned to"));
+  }
+  EXPECT_EQ(messageOf("kvfOpen := 3. string := 4. Total := 5"), "");
 }
 
 TEST(Parser, ShowsThePartOfALongLineAroundAnError) {

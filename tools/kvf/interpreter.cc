@@ -136,13 +136,25 @@ void Interpreter::evaluateInto(const Nodes& nodes, RootStack::Frame& frame,
 }
 
 Value Interpreter::evaluateSend(const Send& send) {
-  RootStack::Frame frame(roots_);
   Value receiver = evaluate(*send.receiver);
+  for (const MessageNode& message : send.messages) {
+    try {
+      receiver = evaluateMessage(receiver, message);
+    } catch (EvaluationError& error) {
+      if (!error.position) error.position = message.position;
+      throw;
+    }
+  }
+  return receiver;
+}
+
+Value Interpreter::evaluateMessage(const Value& receiver, const MessageNode& message) {
+  RootStack::Frame frame(roots_);
   frame.push(receiver);
   std::vector<Value> arguments;
-  arguments.reserve(send.arguments.size());
-  evaluateInto(send.arguments, frame, &arguments);
-  return sendMessage(*this, receiver, send.selector, arguments);
+  arguments.reserve(message.arguments.size());
+  evaluateInto(message.arguments, frame, &arguments);
+  return sendMessage(*this, receiver, message.selector, arguments);
 }
 
 Value Interpreter::evaluateCall(const Call& call) {

@@ -70,6 +70,7 @@ class Interpreter {
   Value evaluateVariable(const Variable& variable);
   Value evaluateAssignment(const Assignment& assignment);
   Value evaluateSend(const Send& send);
+  Value evaluateMessage(const Value& receiver, const MessageNode& message);
   Value evaluateCall(const Call& call);
   Value evaluateBrace(const Brace& brace);
   void evaluateInto(const Nodes& nodes, RootStack::Frame& frame, std::vector<Value>* values);

@@ -161,6 +161,11 @@ void Lexer::scanNumber() {
     value = scanDigits(static_cast<unsigned>(value));
   }
   if (isIdentifierStart(peek())) fail("a number cannot end in a letter");
+  if (peek() == '.' && isDigit(peek(1))) {
+    fail(
+        "there are no fractions; where two statements are meant, a blank belongs behind the "
+        "period");
+  }
   constexpr uint64_t limit = uint64_t{1} << 63U;
   if (value > limit) fail("this integer does not fit in 64 bits");
   token_.kind = Token::Kind::Literal;

@@ -1,5 +1,7 @@
 #include "parser.h"
 
+#include <kvfile/kvhost.h>
+
 #include "lexer.h"
 #include "text.h"
 
@@ -22,9 +24,7 @@ int heightOf(const Nodes& nodes) {
 int heightBelow(const Literal&) { return 0; }
 int heightBelow(const Variable&) { return 0; }
 int heightBelow(const Assignment& assignment) { return assignment.value->height; }
-int heightBelow(const Send& send) {
-  return std::max(send.receiver->height, heightOf(send.arguments));
-}
+int heightBelow(const Send& send) { return send.receiver->height; }
 int heightBelow(const Call& call) { return heightOf(call.arguments); }
 int heightBelow(const Block& block) { return heightOf(block.body->statements); }
 int heightBelow(const Brace& brace) { return heightOf(brace.elements); }
@@ -74,6 +74,7 @@ class Parser {
   NodePtr parseKeywordSend();
   NodePtr parseBinarySend();
   NodePtr parseUnarySend();
+  static NodePtr send(NodePtr receiver, MessageNode message);
   NodePtr parsePrimary();
   NodePtr parseIdentifier();
   NodePtr parseBracketed(Kind closer);
@@ -83,10 +84,10 @@ class Parser {
   Literal parseByteArray();
 
   template <typename Content>
-  NodePtr make(Position position, Content&& content) const {
+  static NodePtr make(Position position, Content&& content) {
     int height = heightBelow(content) + 1;
     if (height > MAX_NESTING) failTooDeep(position);
-    return std::make_unique<const Node>(Node{position, std::forward<Content>(content), height});
+    return std::make_unique<Node>(Node{position, std::forward<Content>(content), height});
   }
 
   std::vector<Token> tokens_;
@@ -178,42 +179,60 @@ Nodes Parser::parseArguments() {
   return arguments;
 }
 
+// What a variable must not hide: a name would then mean one thing in front of a parenthesis and
+// another elsewhere.
+void refuseReserved(const Token& name) {
+  static constexpr std::string_view WORDS[] = {"nil", "true", "false", "Session", "Smalltalk"};
+  bool isModules = name.text.starts_with("Kvf") || name.text.starts_with("KvFile");
+  bool isReserved = isModules ||
+                    std::find(std::begin(WORDS), std::end(WORDS), name.text) != std::end(WORDS) ||
+                    kvhost::classNamed(name.text) != OOP_NIL;
+  if (!isReserved) return;
+  throw SyntaxError(fmt::format("'{}' cannot be assigned to{}", name.text,
+                                isModules ? ": Kvf and KvFile begin names of the module" : ""),
+                    name.position, false);
+}
+
 NodePtr Parser::parseExpression() {
   Nesting nesting(*this);
   if (current().kind != Kind::Identifier || ahead().kind != Kind::Assign) return parseKeywordSend();
   Token name = take();
   take();
-  static constexpr std::string_view RESERVED[] = {"nil", "true", "false"};
-  for (std::string_view word : RESERVED) {
-    if (name.text == word) {
-      throw SyntaxError("'" + name.text + "' cannot be assigned to", name.position, false);
-    }
-  }
+  refuseReserved(name);
   return make(name.position, Assignment{name.text, parseExpression()});
+}
+
+// Adds a message to those that the receiver is sent already.
+NodePtr Parser::send(NodePtr receiver, MessageNode message) {
+  int height = heightOf(message.arguments) + 1;
+  if (height > MAX_NESTING) failTooDeep(message.position);
+  if (!std::holds_alternative<Send>(receiver->content)) {
+    Position position = message.position;
+    receiver = make(position, Send{std::move(receiver), {}});
+  }
+  receiver->height = std::max(receiver->height, height);
+  std::get<Send>(receiver->content).messages.push_back(std::move(message));
+  return receiver;
 }
 
 NodePtr Parser::parseKeywordSend() {
   NodePtr receiver = parseBinarySend();
   if (!continues(Kind::Keyword)) return receiver;
-  Send send;
-  Position position = current().position;
+  MessageNode message{current().position, "", {}};
   while (continues(Kind::Keyword)) {
-    send.selector += take().text;
-    send.arguments.push_back(parseBinarySend());
+    message.selector += take().text;
+    message.arguments.push_back(parseBinarySend());
   }
-  send.receiver = std::move(receiver);
-  return make(position, std::move(send));
+  return send(std::move(receiver), std::move(message));
 }
 
 NodePtr Parser::parseBinarySend() {
   NodePtr receiver = parseUnarySend();
   while (isBinary()) {
     Token operation = take();
-    Send send;
-    send.receiver = std::move(receiver);
-    send.selector = operation.text;
-    send.arguments.push_back(parseUnarySend());
-    receiver = make(operation.position, std::move(send));
+    MessageNode message{operation.position, operation.text, {}};
+    message.arguments.push_back(parseUnarySend());
+    receiver = send(std::move(receiver), std::move(message));
   }
   return receiver;
 }
@@ -222,7 +241,7 @@ NodePtr Parser::parseUnarySend() {
   NodePtr receiver = parsePrimary();
   while (continues(Kind::Identifier)) {
     Token selector = take();
-    receiver = make(selector.position, Send{std::move(receiver), selector.text, {}});
+    receiver = send(std::move(receiver), MessageNode{selector.position, selector.text, {}});
   }
   return receiver;
 }

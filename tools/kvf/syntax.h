@@ -49,7 +49,7 @@ struct Literal {
 };
 
 struct Node;
-using NodePtr = std::unique_ptr<const Node>;
+using NodePtr = std::unique_ptr<Node>;
 using Nodes = std::vector<NodePtr>;
 
 struct Variable {
@@ -61,11 +61,18 @@ struct Assignment {
   NodePtr value;
 };
 
-// A message: `receiver selector`, `receiver + argument`, `receiver at: 1 put: 2`.
-struct Send {
-  NodePtr receiver;
+// One message, sent to what stands before it: `selector`, `+ argument`, `at: 1 put: 2`.
+struct MessageNode {
+  Position position;
   std::string selector;
   Nodes arguments;
+};
+
+// An expression with the messages that follow it, each sent to the answer of the one before. They
+// stand side by side, so that a chain may be of any length.
+struct Send {
+  NodePtr receiver;
+  std::vector<MessageNode> messages;
 };
 
 // A call of an action or exported function: `KvfSeek(f, 0, 2)`.
