@@ -43,6 +43,7 @@ constexpr Traits interruptible(int countArgument, int64_t countSurplus) {
 constexpr int64_t INTERRUPTED = -2;
 
 using FailsNil = FailsSilently<static_cast<int64_t>(OOP_NIL)>;
+using FailsZero = FailsSilently<0>;
 
 template <class Failure>
 constexpr FunctionInfo functionInfo(std::string_view name, std::string_view argumentKinds,
@@ -73,17 +74,35 @@ struct Signature<R(A...)> {
 template <class R, class... A>
 Signature<R(A...)> signatureOf(R (*)(A...));
 
+// An errno value that a call finds is not its own: while one lives, errno is 0 until the call sets it,
+// and what was there comes back where the call leaves it alone.
+class OwnErrno {
+ public:
+  OwnErrno() : former_(errno) { errno = 0; }
+  // The call has ended; `restore` once its failure was looked at.
+  void restore() const {
+    if (errno == 0) errno = former_;
+  }
+
+ private:
+  int former_;
+};
+
 // Makes the real call, ends its record, and answers. A Row is what SEAM_CALL defines.
 template <class Row>
 typename Row::Result callThrough(const Ticket& ticket, const typename Row::Arguments& arguments,
                                  bool injected) {
   using Result = typename Row::Result;
+  const OwnErrno own;
   if constexpr (std::is_void_v<Result>) {
     std::apply(Row::real, arguments);
+    own.restore();
     endCall(ticket, Word{}, 0, injected);
   } else {
     const Result result = std::apply(Row::real, arguments);
-    endCall(ticket, toWord(result), Row::Failure::errorNumber(result, arguments), injected);
+    const int errorNumber = Row::Failure::errorNumber(result, arguments);
+    own.restore();
+    endCall(ticket, toWord(result), errorNumber, injected);
     return result;
   }
 }

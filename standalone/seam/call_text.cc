@@ -192,6 +192,7 @@ std::string formatCall(const Call& call, bool withTime) {
     line += fmt::format(" {} ({})", name != nullptr ? name : std::to_string(call.errnoAfter),
                         meaning != nullptr ? meaning : "unknown error");
   }
+  if (call.errorAfter != 0) line += fmt::format(" error {} ({})", call.errorAfter, call.errorText);
   if (call.injected) line += " [injected]";
   if (withTime) line += fmt::format("  {:.1f} us", static_cast<double>(call.nanoseconds) / 1000.0);
   return line;

@@ -147,14 +147,39 @@ bool parseAction(std::string_view text, Fault* fault, std::string* message) {
   return true;
 }
 
+bool answersAddress(const FunctionInfo& function) {
+  return std::string_view("pfgs").find(function.resultKind) != std::string::npos;
+}
+
+std::string actionsOf(const FunctionInfo& function) {
+  static constexpr std::pair<Fault::Kind, std::string_view> ACTIONS[] = {
+      {Fault::Kind::Error, "ERRNO"},         {Fault::Kind::Short, "short=N"},
+      {Fault::Kind::Result, "result=N"},     {Fault::Kind::Raise, "raise=N"},
+      {Fault::Kind::Interrupt, "interrupt"}, {Fault::Kind::NoMemory, "nomem"}};
+  std::string text;
+  for (const auto& [kind, action] : ACTIONS) {
+    if ((function.faults & faultBit(kind)) == 0) continue;
+    // The only address that a fault can make up is null.
+    text +=
+        fmt::format(" {}", action == "result=N" && answersAddress(function) ? "result=0" : action);
+  }
+  return text;
+}
+
 }  // namespace
+
+std::string faultListing() {
+  std::string text;
+  for (const std::string& name : functionNames()) {
+    const std::string actions = actionsOf(*findFunction(name));
+    if (!actions.empty()) text += fmt::format("{:<29}{}\n", name, actions);
+  }
+  return text;
+}
 
 bool faultFits(const FunctionInfo& function, const Fault& fault) {
   if ((function.faults & faultBit(fault.kind)) == 0) return false;
-  // The only address that a fault can make up is null.
-  const bool answersAddress =
-      std::string_view("pfgs").find(function.resultKind) != std::string::npos;
-  return fault.kind != Fault::Kind::Result || !answersAddress || fault.value == 0;
+  return fault.kind != Fault::Kind::Result || !answersAddress(function) || fault.value == 0;
 }
 
 bool parseFault(const std::string& text, Fault* fault, std::string* message) {

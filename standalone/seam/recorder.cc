@@ -21,12 +21,14 @@ struct Open {
   const FunctionInfo* function = nullptr;
   Call call;
   Clock::time_point begun;
-  bool settled = false;  // its record is complete, though it may not have come back
+  bool foundError = false;  // one of the interface was pending before it began
+  bool settled = false;     // its record is complete, though it may not have come back
 };
 
 struct ScheduledFault {
   Fault fault;
   int64_t seen = 0;
+  int64_t fired = 0;
 };
 
 // A registered error-jump frame, and how many calls were open around it.
@@ -71,6 +73,15 @@ Call* recordOf(State& s, int64_t number) {
   return &s.calls[static_cast<size_t>(slot)];
 }
 
+// The interface's own error is the cause of the failure, where the call left one.
+void noteInterfaceError(Open& open) {
+  const KciErrSType* error = pendingInterfaceError();
+  const bool canRaise = (open.function->faults & faultBit(Fault::Kind::Raise)) != 0;
+  if (error == nullptr || !canRaise || open.foundError) return;
+  open.call.errorAfter = error->number;
+  open.call.errorText = error->message;
+}
+
 void settle(State& s, Open& open) {
   if (std::exchange(open.settled, true)) return;
   if (Call* record = recordOf(s, open.call.number)) *record = open.call;
@@ -87,7 +98,10 @@ void abandonDownTo(State& s, size_t depth) {
   while (s.open.size() > depth) {
     Open open = std::move(s.open.back());
     s.open.pop_back();
-    if (!open.settled) open.call.result = JUMPED;
+    if (!open.settled) {
+      open.call.result = JUMPED;
+      noteInterfaceError(open);
+    }
     settle(s, open);
   }
 }
@@ -134,6 +148,7 @@ Ticket takeFault(State& s, const FunctionInfo& function) {
     ticket.fires = true;
     ticket.kind = fault.kind;
     ticket.value = fault.value;
+    scheduled.fired++;
     s.fired++;
   }
   return ticket;
@@ -143,6 +158,7 @@ void openCall(State& s, const FunctionInfo& function, const Word* arguments, Tic
   Open open;
   open.serial = ++s.lastSerial;
   open.function = &function;
+  open.foundError = pendingInterfaceError() != nullptr;
   open.call.number = s.lastNumber;
   if (s.recording || s.listener) {
     open.call.name = function.name;
@@ -201,6 +217,7 @@ void endCall(const Ticket& ticket, Word result, int errorNumber, bool injected) 
     s.open.pop_back();
     open.call.result = resultText(open.function->resultKind, result);
     open.call.errnoAfter = errorNumber;
+    noteInterfaceError(open);
     open.call.injected = injected;
     open.call.nanoseconds = nanosecondsSince(open.begun, now);
     if (open.settled) {
@@ -219,6 +236,8 @@ void endRaisingCall(const Ticket& ticket, Word result) {
   const char kind = open->function->resultKind;
   open->call.result = s.jumps.empty() ? resultText(kind, result) : JUMPED;
   open->call.injected = true;
+  open->call.errorAfter = static_cast<int>(ticket.value);
+  open->call.errorText = RAISED_TEXT;
   settle(s, *open);
 }
 
@@ -270,5 +289,13 @@ void clearFaults() {
 }
 
 int64_t faultsFired() { return state().fired; }
+
+std::vector<FaultCount> faultCounts() {
+  std::vector<FaultCount> counts;
+  for (const ScheduledFault& scheduled : state().faults) {
+    counts.push_back({scheduled.fault, scheduled.seen, scheduled.fired});
+  }
+  return counts;
+}
 
 }  // namespace seam

@@ -3,6 +3,8 @@
 // wrapper holds plain numbers only.
 #pragma once
 
+#include <kvfile/platform/kcicmn.h>
+
 #include "seam/call_text.h"
 #include "seam/seam.h"
 
@@ -41,6 +43,12 @@ struct Ticket {
   Fault::Kind kind = Fault::Kind::Error;
   int64_t value = 0;
 };
+
+// The text of an error that a fault raises.
+constexpr const char* RAISED_TEXT = "raised by a fault";
+
+// The error of the C interface that is pending on this thread, or null.
+const KciErrSType* pendingInterfaceError();
 
 // Numbers the call, notes its arguments and looks for a fault. Leaves errno as it was.
 Ticket beginCall(const FunctionInfo& function, const Word* arguments);

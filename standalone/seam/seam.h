@@ -24,6 +24,8 @@ struct Call {
   std::string result;       // "4096", "null", "nil"; empty where there is none; "jumped" where the
                             // call did not come back
   int errnoAfter = 0;       // 0 unless the result tells of a failure
+  int errorAfter = 0;       // the error of the C interface that the call left pending; 0 for none
+  std::string errorText;    // of that error
   int64_t nanoseconds = 0;  // time within the call
   bool injected = false;    // a fault made this result
 };
@@ -59,9 +61,21 @@ void addFault(const Fault& fault);
 void clearFaults();
 int64_t faultsFired();  // since the first of this schedule was added
 
+// What became of each fault of the schedule, in the order in which they were added: the calls that
+// counted for it, and those that it befell.
+struct FaultCount {
+  Fault fault;
+  int64_t seen;
+  int64_t fired;
+};
+std::vector<FaultCount> faultCounts();
+
 // Reads "lseek:2:EIO", "HostReadFile_:1+:short=7", "*:5:raise=2101", "UtlMalloc:3:nomem", ...
 // False with a message for a text that is no fault. The full grammar stands in docs/kvf.md.
 bool parseFault(const std::string& text, Fault* fault, std::string* message);
+
+// Every function that a fault can name with the actions that can befall it, one a line.
+std::string faultListing();
 
 // One line of a trace: "  12  lseek(7, 0, SEEK_CUR) = 4096  0.2 us".
 std::string formatCall(const Call& call, bool withTime);

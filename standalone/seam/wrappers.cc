@@ -77,9 +77,14 @@ void leaveInterfaceError(int64_t number) {
   errors.pending.initialize();
   errors.pending.category = OOP_ERROR_CATEGORY;
   errors.pending.number = static_cast<int>(number);
-  snprintf(errors.pending.message, sizeof errors.pending.message, "raised by a fault");
+  snprintf(errors.pending.message, sizeof errors.pending.message, "%s", RAISED_TEXT);
   errors.isPending = true;
   if (errors.frames != nullptr) longjmp(errors.frames->buf, 1);
+}
+
+const KciErrSType* pendingInterfaceError() {
+  const kvhost::interface::ErrorState& errors = kvhost::interface::errorState();
+  return errors.isPending ? &errors.pending : nullptr;
 }
 
 // ---- the wrappers ----

@@ -129,6 +129,38 @@ TEST_F(Recording, ShowsErrnoWhereTheResultTellsOfAFailure) {
   EXPECT_EQ(errno, EIO);
 }
 
+TEST_F(Recording, ShowsNoErrnoThatTheCallDidNotSet) {
+  seam::start();
+  errno = EXDEV;
+  EXPECT_EQ(seam_KciFetchSize_(kvhost::newString("")), 0);
+  EXPECT_EQ(seam::calls().back().errnoAfter, 0);
+  gzFile file = seam_gzopen(path("x.gz").c_str(), "wb");
+  ASSERT_NE(file, nullptr);
+  errno = EXDEV;
+  char byte = 0;
+  EXPECT_EQ(seam_gzread(file, &byte, 1), -1);  // the wrong direction, of which zlib stores no code
+  EXPECT_EQ(seam::calls().back().errnoAfter, 0);
+  EXPECT_EQ(errno, EXDEV) << "a call that leaves errno alone leaves the caller's";
+  seam_gzclose(file);
+}
+
+TEST_F(Recording, ShowsTheErrorThatACallOfTheInterfaceLeaves) {
+  seam::start();
+  OopType elements[] = {OOP_NIL};
+  seam_KciStoreOops(kvhost::newString("x"), 1, elements, 1);
+  EXPECT_EQ(seam::calls().back().errorAfter, 2103);
+  EXPECT_THAT(lastLine(),
+              testing::EndsWith(" error 2103 (" + seam::calls().back().errorText + ")"));
+  seam_KciFetchSize_(OOP_NIL);
+  EXPECT_EQ(seam::calls().back().errorAfter, 0) << "an error that was pending is not this call's";
+  KciErrSType error;
+  error.initialize();
+  EXPECT_TRUE(seam_KciErr(&error));
+  EXPECT_EQ(seam::calls().back().errorAfter, 0);
+  seam_KciFetchSize_(OOP_NIL);
+  EXPECT_EQ(seam::calls().back().errorAfter, 0);
+}
+
 TEST_F(Recording, ShowsWhatPrintfPrints) {
   seam::start();
   seam_printf("%s", "");
