@@ -127,6 +127,7 @@ class CommandLineTest(unittest.TestCase):
         rows = [line for line in listing.stdout.splitlines() if re.match(r"Kvf?\w+\(", line)]
         self.assertEqual(sorted(row.partition("(")[0] for row in rows),
                          sorted(action_names() | c_functions()))
+        self.assertEqual(rows[0].split("(")[0], "KvfRename")
         result = self.kvf("help", "KvfSeek")
         self.assertEqual(result.returncode, 0)
         self.assertTrue(result.stdout.startswith("KvfSeek(oFile, oPosition, oKind)\n"))
@@ -142,6 +143,40 @@ class CommandLineTest(unittest.TestCase):
                           "KvfOpen(KvFile new, 'x', 'w', false). KvfOpen(KvFile new, 'x', 'r', "
                           "false). KvfErrorCode(nil)")
         self.assertEqual(result.stdout, "1\nnil\n13\n")
+
+    def test_the_trace_names_the_interface_s_own_error_and_no_older_errno(self):
+        code = ("f := KvFile new. KvfSize(KvFile, 'nothing'). KvfOpen(f, 'x', 'w', false). "
+                "KvfWrite(f, 'abc', 1, 0). KvfWrite(f, #(1 2), 1, 2). KvfPrintBytes(f, #(1 2))")
+        trace = self.kvf("--trace", "-k", "-e", code).stderr
+        self.assertIn("= 0 ENOENT (No such file or directory)", trace)
+        failed = r"KciFetchBytes_\(\S+ 1, ptr, 2\) = {} error 2102 \(.* does not hold bytes\)  "
+        self.assertRegex(trace, failed.format(0))
+        self.assertRegex(trace, failed.format("jumped"))
+        self.assertEqual(re.findall(r"Kci\w+\(.*\) = \S+ E[A-Z]+", trace), [])
+
+    def test_a_fault_that_never_came_to_pass_is_reported(self):
+        faults = ["--fault", "HostOpenFile:2:EACCES", "--fault", "HostOpenFile:1:EIO",
+                  "--fault", "gzopen:1+:nomem"]
+        code = "KvfOpen(KvFile new, 'x', 'w', false)"
+        lost = ("kvf: the fault HostOpenFile:2:EACCES never came to pass; 1 call counted for it\n"
+                "kvf: the fault gzopen:1+:nomem never came to pass; 0 calls counted for it\n")
+        result = self.kvf(*faults, "-e", code)
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "nil\n", lost))
+        self.write("a.md", f"```kvf\n> {code}\nnil\n```\n```kvf fresh\n> 3\n3\n```\n")
+        result = self.kvf(*faults, "check", "a.md")
+        self.assertEqual((result.returncode, result.stderr), (0, lost))
+
+    def test_the_names_for_faults_can_be_listed(self):
+        result = self.kvf("--fault", "list")
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        lines = {line.split()[0]: line.split()[1:] for line in result.stdout.splitlines()}
+        self.assertEqual(lines["HostOpenFile"], ["ERRNO", "result=0", "nomem"])
+        self.assertEqual(lines["HostReadFile_"], ["ERRNO", "short=N", "result=N", "interrupt"])
+        self.assertNotIn("UtlFree", lines)
+        for name, actions in lines.items():
+            for action in actions:
+                action = action.replace("ERRNO", "EIO").replace("N", "7")
+                self.assertEqual(self.kvf("--fault", f"{name}:1:{action}", "-e", "1").returncode, 0)
 
     def test_the_deliberate_fault_is_contained(self):
         result = self.kvf("-k", "-e", "Smalltalk testPointerFaults: true. "
@@ -184,6 +219,48 @@ class CommandLineTest(unittest.TestCase):
         temporary.mkdir()
         self.kvf("check", "a.kvt", environment={"TMPDIR": str(temporary)})
         self.assertEqual(list(temporary.iterdir()), [])
+
+    def test_check_stops_a_transcript_after_its_time(self):
+        self.write("a.md", "```kvf\n> 3 + 4\n8\n> [true] whileTrue\n```\n```kvf fresh\n> 1\n2\n```\n")
+        result = self.kvf("check", "--timeout", "0.5", "a.md")
+        self.assertEqual(result.returncode, 1)
+        self.assertEqual(result.stdout, "--- a.md\n+++ a.md (replayed)\n@@ -2,2 +2,2 @@\n > 3 + 4\n"
+                         "-8\n+7\nthe replay was stopped after 0.5 seconds in the statements at "
+                         "line 4\na.md: 3 exchanges, with differences\n")
+        self.write("b.kvt", "> Smalltalk sleep: 600\n...\n")
+        self.assertEqual(self.kvf("check", "--timeout", "0", "b.kvt").returncode, 0)
+        self.assertEqual(self.kvf("check", "--timeout", "-1", "b.kvt").returncode, 2)
+
+    def test_check_names_the_statements_at_which_a_replay_crashed(self):
+        self.write("a.kvt", "> 3\n3\n> Smalltalk system: 'kill -SEGV $PPID'\n")
+        result = self.kvf("check", "a.kvt")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("ended by signal 11 in the statements at line 3\n", result.stdout)
+
+    def test_a_replay_ends_with_its_parent_and_its_directory_is_removed(self):
+        temporary = self.path / "tmp"
+        temporary.mkdir()
+        pipe = self.path / "pipe"
+        os.mkfifo(pipe)
+        self.write("a.kvt", f"> f := KvFile new. KvfOpen(f, '{pipe}', 'w', false). "
+                            f"KvfOpen(KvFile new, 'x', 'w', false). Smalltalk system: 'exec 3>{pipe}; echo >&3; sleep 600'\n")
+        for number in (signal.SIGKILL, signal.SIGTERM, signal.SIGINT):
+            reader = os.open(pipe, os.O_RDONLY | os.O_NONBLOCK)
+            self.addCleanup(os.close, reader)
+            process = subprocess.Popen([KVF, "check", "a.kvt"], cwd=self.path,
+                                       env={**os.environ, "TMPDIR": str(temporary)})
+            self.assertTrue(select.select([reader], [], [], 60)[0], "nothing was replayed")
+            self.assertEqual(os.read(reader, 1), b"\n")
+            self.assertEqual(len(list(temporary.iterdir())), 1)
+            process.send_signal(number)
+            self.assertEqual(process.wait(60), -number)
+            # Once nobody has the pipe open, the replay and the command that it ran are gone.
+            self.assertTrue(select.select([reader], [], [], 60)[0], "the replay goes on")
+            self.assertEqual(os.read(reader, 1), b"")
+            end = time.monotonic() + 60
+            while list(temporary.iterdir()) and time.monotonic() < end:
+                time.sleep(0.01)
+            self.assertEqual(list(temporary.iterdir()), [], number)
 
     def test_check_refuses_what_is_no_transcript(self):
         self.write("a.kvt", "7\n> 3 + 4\n")

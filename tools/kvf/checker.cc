@@ -6,42 +6,59 @@
 #include "interpreter.h"
 #include "parser.h"
 #include "runner.h"
+#include "supervised.h"
 #include "text.h"
 #include "transcript.h"
 
 #include <fmt/format.h>
 
-#include <sys/wait.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <iostream>
-#include <sstream>
+#include <new>
+#include <stdexcept>
 
 namespace shell {
 namespace {
 
-// A directory that is the current one while this lives, and is removed with all that it holds.
-class FreshDirectory {
+// What a replaying process tells while it runs, in memory that it shares with the one that waits.
+class Progress {
  public:
-  FreshDirectory() : path_((std::filesystem::temp_directory_path() / "kvf-XXXXXX").string()) {
-    if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error("no directory can be made");
-    std::filesystem::current_path(path_);
+  explicit Progress(size_t faults)
+      : size_(sizeof(int) + faults * sizeof(FaultTally)), faults_(faults) {
+    void* memory = mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) throw std::bad_alloc();
+    tallies_ = static_cast<FaultTally*>(memory);
+    line_ = reinterpret_cast<int*>(tallies_ + faults);
   }
-  ~FreshDirectory() {
-    std::error_code ignored;
-    std::filesystem::current_path("/", ignored);
-    std::filesystem::remove_all(path_, ignored);
+  ~Progress() { munmap(tallies_, size_); }
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  // The line of the statements that run now, or ran last; 0 before the first.
+  void setLine(int line) { *line_ = line; }
+  int line() const { return *line_; }
+
+  void setTallies(const std::vector<FaultTally>& tallies) {
+    std::copy(tallies.begin(), tallies.end(), tallies_);
   }
-  FreshDirectory(const FreshDirectory&) = delete;
-  FreshDirectory& operator=(const FreshDirectory&) = delete;
+  void addTalliesTo(std::vector<FaultTally>* sums) const {
+    sums->resize(faults_);
+    for (size_t i = 0; i < faults_; i++) {
+      (*sums)[i].seen += tallies_[i].seen;
+      (*sums)[i].fired += tallies_[i].fired;
+    }
+  }
 
  private:
-  std::string path_;
+  size_t size_;
+  size_t faults_;
+  FaultTally* tallies_;
+  int* line_;
 };
 
 // Puts a nameless file in the place of a standard descriptor.
@@ -78,16 +95,23 @@ class StandInFile {
 };
 
 // The text before an exchange, its statements, and what they answered.
-void showExchange(const Exchange& exchange, const std::vector<std::string>& actual,
-                  std::ostream& report) {
-  for (const std::string& line : exchange.prose) report << line << '\n';
-  for (const std::string& line : splitLines(exchange.source)) report << "> " << line << '\n';
-  for (const std::string& line : actual) report << line << '\n';
+std::string showExchange(const Exchange& exchange, const std::vector<std::string>& actual) {
+  std::string out;
+  for (const std::string& line : exchange.prose) out += line + '\n';
+  for (const std::string& line : splitLines(exchange.source)) out += "> " + line + '\n';
+  for (const std::string& line : actual) out += line + '\n';
+  return out;
 }
 
+// What all groups of a run share.
+struct Check {
+  const CheckOptions& options;
+  const Instrumentation& instrumentation;
+  std::vector<FaultTally> tallies;  // of all groups so far
+};
+
 // Runs the group here, and writes the hunks of what differs to `report`. Answers how many differ.
-int replayGroup(const ExchangeGroup& group, const CheckOptions& checkOptions,
-                const Instrumentation& instrumentation, std::ostream& report) {
+int replayGroup(const ExchangeGroup& group, const Check& check, Progress& progress, int report) {
   StandInFile input(STDIN_FILENO);
   StandInFile output(STDOUT_FILENO);
   Interpreter interpreter(std::cout);
@@ -95,90 +119,104 @@ int replayGroup(const ExchangeGroup& group, const CheckOptions& checkOptions,
   options.keepGoing = true;
   options.places = false;
   Runner runner(interpreter, std::cout, options);
-  instrumentation.apply();
+  check.instrumentation.apply();
   int differing = 0;
   for (const Exchange& exchange : group) {
+    progress.setLine(exchange.sourceLine);
     input.append(exchange.input);
     runner.run(exchange.source, "transcript");
     std::cout << std::flush;
     std::fflush(stdout);
+    progress.setTallies(Instrumentation::tallies());
     std::vector<std::string> actual = splitLines(output.takeNew());
     while (!actual.empty() && actual.back().empty()) actual.pop_back();
-    if (checkOptions.show) showExchange(exchange, actual, report);
+    if (check.options.show) writeAll(report, showExchange(exchange, actual));
     if (matches(exchange.expected, actual)) continue;
     differing++;
-    report << diffHunk(exchange, actual);
+    writeAll(report, diffHunk(exchange, actual));
   }
   Instrumentation::remove();
   return differing;
 }
 
-// The process of one group; its exit code is 0 or 1. The report goes to `descriptor`.
-[[noreturn]] void runGroupProcess(const ExchangeGroup& group, const CheckOptions& options,
-                                  const Instrumentation& instrumentation, int descriptor) {
-  std::ostringstream report;
-  int code = 0;
+// The work of a group's process. The report goes to `report` piece by piece, so that it is there when
+// the process is stopped.
+int runGroup(const ExchangeGroup& group, const Check& check, Progress& progress, int report) {
   try {
-    FreshDirectory directory;
     kvhost::setLogStream(stdout);
-    code = replayGroup(group, options, instrumentation, report) == 0 ? 0 : 1;
+    return replayGroup(group, check, progress, report) == 0 ? 0 : 1;
   } catch (const QuitRequest&) {
-    report << "the transcript left the shell\n";
-    code = 1;
+    writeAll(report, "the transcript left the shell\n");
   } catch (const std::exception& error) {
-    report << "the replay failed: " << error.what() << '\n';
-    code = 1;
+    writeAll(report, fmt::format("the replay failed: {}\n", error.what()));
   }
-  writeAll(descriptor, report.str());
-  std::_Exit(code);
+  return 1;
+}
+
+std::string describeEnd(const SupervisedEnd& end, const Progress& progress, double timeout) {
+  std::string place =
+      progress.line() > 0 ? fmt::format(" in the statements at line {}", progress.line()) : "";
+  switch (end.kind) {
+    case SupervisedEnd::Kind::TimedOut:
+      return fmt::format("the replay was stopped after {} seconds{}\n", timeout, place);
+    case SupervisedEnd::Kind::Signalled:
+      return fmt::format("the replay was ended by signal {}{}\n", end.number, place);
+    case SupervisedEnd::Kind::NotStarted:
+      return "no process or directory can be made for the replay\n";
+    case SupervisedEnd::Kind::Exited:
+      break;
+  }
+  return "";
 }
 
 struct GroupResult {
   bool matched = false;
+  bool timedOut = false;
   std::string report;
 };
 
-GroupResult checkGroup(const ExchangeGroup& group, const CheckOptions& options,
-                       const Instrumentation& instrumentation) {
+GroupResult checkGroup(const ExchangeGroup& group, Check& check, const Deadline& deadline) {
   FILE* report = std::tmpfile();
-  if (report == nullptr) return {false, "no temporary file can be made\n"};
+  if (report == nullptr) return {false, false, "no temporary file can be made\n"};
   std::cout << std::flush;
   std::fflush(stdout);
-  pid_t child = fork();
-  if (child == 0) runGroupProcess(group, options, instrumentation, fileno(report));
-  int status = 0;
-  while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
+  Progress progress(check.instrumentation.faults.size());
+  SupervisedEnd end =
+      runSupervised([&] { return runGroup(group, check, progress, fileno(report)); }, deadline);
+  progress.addTalliesTo(&check.tallies);
   GroupResult result;
-  result.matched = child > 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-  result.report = contentsFrom(fileno(report));
-  if (child > 0 && WIFSIGNALED(status)) {
-    result.report += fmt::format("the replay was ended by signal {}\n", WTERMSIG(status));
-  }
+  result.matched = end.kind == SupervisedEnd::Kind::Exited && end.number == 0;
+  result.timedOut = end.kind == SupervisedEnd::Kind::TimedOut;
+  result.report = contentsFrom(fileno(report)) + describeEnd(end, progress, check.options.timeout);
   std::fclose(report);
   return result;
 }
 
-int checkFile(const std::string& path, const std::string& text, const CheckOptions& options,
-              const Instrumentation& instrumentation) {
+Deadline deadlineAfter(double seconds) {
+  if (seconds == 0) return {};
+  using Clock = std::chrono::steady_clock;
+  return Clock::now() +
+         std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+int checkFile(const std::string& path, const std::string& text, Check& check) {
   bool isMarkdown = path.ends_with(".md");
-  size_t count = 0;
+  std::vector<ExchangeGroup> groups = readTranscript(text, isMarkdown);
+  std::erase_if(groups, [](const ExchangeGroup& group) { return group.empty(); });
+  if (groups.empty()) throw TranscriptError{"there is no statement in it", 1};
   bool matched = true;
-  bool headerShown = false;
-  for (const ExchangeGroup& group : readTranscript(text, isMarkdown)) {
-    if (group.empty()) continue;
-    count += group.size();
-    GroupResult result = checkGroup(group, options, instrumentation);
-    if (result.matched) {
-      std::cout << result.report;
-      continue;
+  Deadline deadline = deadlineAfter(check.options.timeout);
+  size_t count = 0;
+  for (const ExchangeGroup& group : groups) count += group.size();
+  for (const ExchangeGroup& group : groups) {
+    GroupResult result = checkGroup(group, check, deadline);
+    if (!result.matched && matched) {
+      std::cout << "--- " << path << "\n+++ " << path << " (replayed)\n";
     }
-    matched = false;
-    if (!headerShown) std::cout << "--- " << path << "\n+++ " << path << " (replayed)\n";
-    headerShown = true;
+    matched = matched && result.matched;
     std::cout << result.report;
+    if (result.timedOut) break;
   }
-  if (count == 0) throw TranscriptError{"there is no statement in it", 1};
   std::cout << fmt::format("{}: {} exchange{}, {}\n", path, count, count == 1 ? "" : "s",
                            matched ? "all as expected" : "with differences");
   return matched ? 0 : 1;
@@ -188,6 +226,7 @@ int checkFile(const std::string& path, const std::string& text, const CheckOptio
 
 int checkTranscripts(const std::vector<std::string>& files, const CheckOptions& options,
                      const Instrumentation& instrumentation) {
+  Check check{options, instrumentation, {}};
   int worst = 0;
   for (const std::string& path : files) {
     int code = 2;
@@ -195,7 +234,7 @@ int checkTranscripts(const std::vector<std::string>& files, const CheckOptions& 
     std::string problem;
     try {
       if (readWholeFile(path, &text, &problem)) {
-        code = checkFile(path, text, options, instrumentation);
+        code = checkFile(path, text, check);
       } else {
         std::cerr << "kvf: " << path << ": " << problem << '\n';
       }
@@ -204,6 +243,7 @@ int checkTranscripts(const std::vector<std::string>& files, const CheckOptions& 
     }
     worst = std::max(worst, code);
   }
+  std::cerr << instrumentation.describeUnfired(check.tallies);
   return worst;
 }
 

@@ -1,5 +1,7 @@
 #include "instrumentation.h"
 
+#include <fmt/format.h>
+
 #include <cstdio>
 
 namespace shell {
@@ -13,6 +15,24 @@ void Instrumentation::apply() const {
     });
   }
   for (const seam::Fault& fault : faults) seam::addFault(fault);
+}
+
+std::vector<FaultTally> Instrumentation::tallies() {
+  std::vector<FaultTally> tallies;
+  for (const seam::FaultCount& count : seam::faultCounts()) {
+    tallies.push_back({count.seen, count.fired});
+  }
+  return tallies;
+}
+
+std::string Instrumentation::describeUnfired(const std::vector<FaultTally>& counts) const {
+  std::string text;
+  for (size_t i = 0; i < counts.size(); i++) {
+    if (counts[i].fired > 0) continue;
+    text += fmt::format("kvf: the fault {} never came to pass; {} call{} counted for it\n",
+                        faultTexts[i], counts[i].seen, counts[i].seen == 1 ? "" : "s");
+  }
+  return text;
 }
 
 void Instrumentation::remove() {

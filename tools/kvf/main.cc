@@ -33,7 +33,6 @@ struct CommandLine {
   std::vector<std::string> scripts;
   std::vector<std::string> transcripts;
   shell::CheckOptions checkOptions;
-  std::vector<std::string> faultTexts;
   std::string helpName;
   std::string colour = "auto";
   bool keepGoing = false;
@@ -58,8 +57,10 @@ void defineOptions(CLI::App& app, CommandLine& line) {
   app.add_flag("-q,--quiet", line.quiet, "Do not print the answers of statements");
   app.add_flag("--trace", line.instrumentation.trace,
                "Print each platform call of the module to standard error");
-  app.add_option("--fault", line.faultTexts,
-                 "Make a platform call fail, as \"lseek:2:EIO\"; may be repeated")
+  app.add_option(
+         "--fault", line.instrumentation.faultTexts,
+         "Make a platform call fail, as \"lseek:2:EIO\"; may be repeated; \"list\" prints what "
+         "can fail")
       ->type_name("NAME:COUNT:ACTION")
       ->allow_extra_args(false);
   app.add_option("--color", line.colour, "Show errors in colour: auto, always or never")
@@ -83,6 +84,12 @@ Commands defineCommands(CLI::App& app, CommandLine& line) {
   commands.check->add_option("FILE", line.transcripts, "Transcripts, .md or plain")->required();
   commands.check->add_flag("--show", line.checkOptions.show,
                            "Print text, statements and answers as they are replayed");
+  commands.check
+      ->add_option("--timeout", line.checkOptions.timeout,
+                   "Stop a transcript after so many seconds; 0: never")
+      ->type_name("SECONDS")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
   commands.actions = app.add_subcommand("actions", "List the actions and exported functions");
   commands.help = app.add_subcommand("help", "Explain an action or exported function");
   commands.help->add_option("NAME", line.helpName, "Its name")->required();
@@ -178,12 +185,17 @@ int runWorkspace(const CommandLine& line) {
   } catch (const shell::QuitRequest& request) {
     code = request.exitCode;
   }
+  std::cerr << line.instrumentation.describeUnfired(shell::Instrumentation::tallies());
   shell::Instrumentation::remove();
   return code;
 }
 
 int runCommand(const Commands& commands, CommandLine& line) {
-  for (const std::string& text : line.faultTexts) {
+  for (const std::string& text : line.instrumentation.faultTexts) {
+    if (text == "list") {
+      std::cout << seam::faultListing();
+      return EXIT_DONE;
+    }
     seam::Fault fault;
     std::string problem;
     if (!seam::parseFault(text, &fault, &problem)) return usageError("--fault: " + problem);
