@@ -8,10 +8,15 @@
 namespace kvhost {
 
 // The history of one line reader, at most 1000 lines, a line never twice in succession.
+//
+// Each line is appended to the file as soon as it is added, so that programs that run at once keep
+// the lines of all, and a program that is killed keeps its own. Once the file has grown to twice the
+// limit it is replaced by one with the newest 1000 lines, as a whole: a reader sees the old file or
+// the new one. Writers lock the file while they do either.
 class HistoryFile {
  public:
   // Takes over the lines of the file at `path`; an empty path, a missing file and one that is no
-  // history begin without lines, and a file that is no history is never written over.
+  // history begin without lines, and a file that is no history is never written to.
   explicit HistoryFile(const std::string& path);
   ~HistoryFile();
   HistoryFile(const HistoryFile&) = delete;
@@ -20,17 +25,16 @@ class HistoryFile {
   // Null when there was no memory for it.
   History* handle() const { return history_; }
 
-  // Adds a line without its newline; an empty one is not added.
+  // Adds a line without its newline; an empty one is not added. A line that cannot be written is kept
+  // for this run only. May block for as long as another program writes to the file.
   void add(const std::string& line);
 
-  // Replaces the file as a whole, so that a reader sees the old lines or the new ones. False when
-  // that failed; the old file is then as it was. Of two programs that end, the later one's lines
-  // are kept.
-  bool save() const;
-
  private:
+  bool isNewest(const std::string& line) const;
+
   std::string path_;
   History* history_;
+  int linesInFile_ = 0;  // that this program knows of
 };
 
 }  // namespace kvhost

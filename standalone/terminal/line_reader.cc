@@ -11,6 +11,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/ioctl.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,6 +29,8 @@ namespace {
 // How the input of a line ended other than by a line.
 enum class InputEnd { None, EndOfInput, Interrupted, Failed };
 
+constexpr int NO_KEY = -1;
+
 }  // namespace
 
 struct LineReaderStateType {
@@ -42,6 +45,7 @@ struct LineReaderStateType {
   EditLine* editor = nullptr;
   kvhost::Completer completer = nullptr;
   FILE* input = stdin;
+  int interruptKey = NO_KEY;
   std::string prompt;
   std::string undelivered;  // of a line that was longer than the caller's buffer
   InputEnd inputEnd = InputEnd::None;
@@ -127,6 +131,10 @@ int nextByte(LineReaderStateType* state) {
       continue;
     }
     const int c = std::fgetc(state->input);
+    if (c != EOF && c == state->interruptKey) {
+      state->inputEnd = InputEnd::Interrupted;
+      return -1;
+    }
     if (c != EOF) return c;
     if (!mayReadOn(state)) return -1;
   }
@@ -208,11 +216,22 @@ bool setUp(LineReaderStateType* state, const char* programName) {
   el_set(editor, EL_PROMPT, promptOf);
   el_set(editor, EL_GETCFN, nextCharacter);
   el_set(editor, EL_HIST, history, state->history.handle());
+  el_set(editor, EL_SETTY, "-d", "-intr", "intr=", nullptr);  // see interruptKeyOf
   el_set(editor, EL_BIND, "^I", "ed-insert", nullptr);
   el_set(editor, EL_BIND, "^]", "ed-redisplay", nullptr);
   el_set(editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
   el_source(editor, nullptr);  // the user's own bindings, from ~/.editrc
   return true;
+}
+
+// The key that interrupts, Ctrl-C as a rule. While a line is edited it is an ordinary character that
+// ends the input: as a signal it would overtake the characters before it and behind it, and nobody
+// could tell which of them belong to the line that it clears.
+int interruptKeyOf(FILE* stream) {
+  struct termios settings = {};
+  if (tcgetattr(fileno(stream), &settings) != 0 || (settings.c_lflag & ISIG) == 0) return NO_KEY;
+  const cc_t key = settings.c_cc[VINTR];
+  return key == _POSIX_VDISABLE ? NO_KEY : key;
 }
 
 void prepare(LineReaderStateType* state, FILE* stream, const char* prompt) {
@@ -223,6 +242,7 @@ void prepare(LineReaderStateType* state, FILE* stream, const char* prompt) {
     el_set(state->editor, EL_SETFP, 0, stream);
   }
   std::fflush(stdout);
+  state->interruptKey = interruptKeyOf(stream);
   el_resize(state->editor);
   // The editor would do this after it has shown the prompt: a Ctrl-D typed in between is lost.
   el_set(state->editor, EL_PREP_TERM, 1);
@@ -298,12 +318,9 @@ int LrSupReadLine(LineReaderStateType* state, FILE* stream, char* buf, size_t si
   return 0;
 }
 
-// A history that cannot be saved is lost without a word: the program is ending, and it has nobody
-// to tell.
 void LineReadShutdown(LineReaderStateType* state) {
   if (state == nullptr) return;
   const kvhost::CharacterSetScope characterSet;
-  state->history.save();
   delete state;
 }
 
