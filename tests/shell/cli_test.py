@@ -328,12 +328,12 @@ class CommandLineTest(unittest.TestCase):
 class Terminal:
     """kvf on a pseudo-terminal."""
 
-    def __init__(self, folder, *arguments):
+    def __init__(self, folder, *arguments, **changes):
         self.pid, self.descriptor = pty.fork()
         if self.pid == 0:
             os.chdir(folder)
             environment = {**os.environ, "TERM": "vt100", "XDG_STATE_HOME": str(folder / "state"),
-                           "NO_COLOR": "1"}
+                           "NO_COLOR": "1", **changes}
             os.execve(KVF, [KVF, *arguments], environment)
         self.seen = ""
 
@@ -382,8 +382,8 @@ class InteractiveTest(unittest.TestCase):
         self.addCleanup(self.folder.cleanup)
         self.path = pathlib.Path(self.folder.name)
 
-    def start(self, *arguments):
-        terminal = Terminal(self.path, *arguments)
+    def start(self, *arguments, **changes):
+        terminal = Terminal(self.path, *arguments, **changes)
         terminal.expect("kvf> ")
         return terminal
 
@@ -422,6 +422,34 @@ class InteractiveTest(unittest.TestCase):
         terminal.expect("kvf> ")
         self.assertEqual(terminal.close(), 0)
 
+    def test_history_survives_a_shell_that_is_killed(self):
+        for number in (signal.SIGHUP, signal.SIGTERM, signal.SIGKILL):
+            terminal = self.start()
+            terminal.send(f"'by ' , '{number.name}'\r")
+            terminal.expect(f"'by {number.name}'")
+            terminal.expect("kvf> ")
+            os.kill(terminal.pid, number)
+            self.assertEqual(terminal.exit_code(), -number)
+        lines = (self.path / "state/kvf/history").read_text(encoding="utf-8").splitlines()
+        self.assertEqual(lines, ["_HiStOrY_V2_", "'by\\040'\\040,\\040'SIGHUP'",
+                                 "'by\\040'\\040,\\040'SIGTERM'", "'by\\040'\\040,\\040'SIGKILL'"])
+        terminal = self.start()
+        terminal.send("\x10\x10\r")
+        terminal.expect("\n'by SIGTERM'\r\n")
+        terminal.expect("kvf> ")
+        self.assertEqual(terminal.close(), 0)
+
+    def test_two_shells_at_once_keep_the_lines_of_both(self):
+        both = [self.start(), self.start()]
+        for number in range(6):
+            both[number % 2].send(f"{number} + 100\r")
+            both[number % 2].expect(f"\n{number + 100}\r\n")
+            both[number % 2].expect("kvf> ")
+        for terminal in both:
+            self.assertEqual(terminal.close(), 0)
+        lines = (self.path / "state/kvf/history").read_text(encoding="utf-8").splitlines()
+        self.assertEqual(lines[1:], [f"{number}\\040+\\040100" for number in range(6)])
+
     def test_tab_completes_names_and_paths(self):
         (self.path / "unusual-name.txt").write_text("x", encoding="utf-8")
         terminal = self.start()
@@ -438,6 +466,37 @@ class InteractiveTest(unittest.TestCase):
         terminal.expect("kvf> ")
         terminal.send("5 + 5\r")
         terminal.expect("\n10\r\n")
+        terminal.expect("kvf> ")
+        self.assertEqual(terminal.close(), 0)
+
+    def test_text_typed_behind_ctrl_c_is_kept(self):
+        terminal = self.start()
+        for number in range(20):
+            terminal.send(f"{number} foo\x03{number} + 100\r")
+            shown = terminal.expect(f"\n{number + 100}\r\n")
+            self.assertNotIn("error", shown)
+            terminal.expect("kvf> ")
+        terminal.send("'looping' displayNl. [true] whileTrue\r")
+        terminal.expect("\nlooping\r\n")
+        time.sleep(0.2)
+        terminal.send("\x037 + 200\r")
+        terminal.expect("interrupted")
+        terminal.expect("\n207\r\n")
+        terminal.expect("kvf> ")
+        self.assertEqual(terminal.close(), 0)
+
+    def test_a_terminal_of_unknown_type_gets_no_escapes(self):
+        terminal = self.start(TERM="no-such-type", NO_COLOR="")
+        terminal.send("3 foo\r")
+        shown = terminal.expect("does not understand #foo")
+        terminal.send("KvfSi\t\x01'\x05\x7f\x7f\x10\r")
+        shown += terminal.expect("does not understand #foo")
+        shown += terminal.expect("kvf> ")
+        self.assertNotIn("\033", shown)
+        self.assertEqual(terminal.close(), 0)
+        terminal = self.start(TERM="xterm", NO_COLOR="")
+        terminal.send("3 foo\r")
+        terminal.expect("\033[31m")
         terminal.expect("kvf> ")
         self.assertEqual(terminal.close(), 0)
 

@@ -4,6 +4,7 @@
 
 #include "action_table.h"
 #include "checker.h"
+#include "colour.h"
 #include "files.h"
 #include "functions.h"
 #include "instrumentation.h"
@@ -39,14 +40,6 @@ struct CommandLine {
   bool quiet = false;
   shell::Instrumentation instrumentation;
 };
-
-bool wantsColour(const std::string& setting) {
-  if (setting != "auto") return setting == "always";
-  const char* noColour = std::getenv("NO_COLOR");
-  const char* terminal = std::getenv("TERM");
-  bool isDumb = terminal == nullptr || std::string_view(terminal) == "dumb";
-  return (noColour == nullptr || *noColour == '\0') && !isDumb && isatty(STDERR_FILENO) != 0;
-}
 
 void defineOptions(CLI::App& app, CommandLine& line) {
   app.set_version_flag("--version", "kvf " KVF_VERSION);
@@ -162,7 +155,7 @@ shell::RunOptions runOptions(const CommandLine& line) {
   shell::RunOptions options;
   options.keepGoing = line.keepGoing;
   options.printAnswers = !line.quiet;
-  options.colour = wantsColour(line.colour);
+  options.colour = shell::wantsColour(line.colour);
   if (isatty(STDOUT_FILENO) != 0) options.longestAnswer = LONGEST_ANSWER_ON_TERMINAL;
   return options;
 }
