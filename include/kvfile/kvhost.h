@@ -84,6 +84,12 @@ struct Outcome {
 // the call.
 Outcome callAction(const char* name, const OopType* args, int count);
 
+// A declared action, for whoever calls it often; null when none of that name is declared. It is good
+// for the life of the process, and calls what was declared even after forgetDeclaredActions.
+struct FoundAction;
+const FoundAction* findAction(std::string_view name);
+Outcome callAction(const FoundAction& action, const OopType* args, int count);
+
 // Runs `body(context)` so that a raise within it ends it; for the module's C entry points. Frames of
 // `body` must hold nothing that needs destruction.
 Outcome protect(OopType (*body)(void* context), void* context);

@@ -12,24 +12,24 @@
 #include <string_view>
 #include <utility>
 
-namespace kvhost::interface {
-
-namespace {
-
-struct Action {
+struct kvhost::FoundAction {
   std::string name;
   KciActionFnType function;
   int argumentCount;
   unsigned flags;
-  const Action* next;  // in its bucket
+  const FoundAction* next;  // in its bucket
 };
+
+namespace kvhost::interface {
+
+namespace {
 
 // Declaring takes the lock; looking up does not, for it happens in every call. Actions are
 // therefore never freed, not even when they are forgotten.
 class ActionTable {
  public:
   bool add(std::string_view name, KciActionFnType function, int argumentCount, unsigned flags);
-  const Action* find(std::string_view name) const;
+  const FoundAction* find(std::string_view name) const;
   std::vector<DeclaredAction> list();
   void forgetAll();
 
@@ -40,24 +40,24 @@ class ActionTable {
   }
 
   std::mutex mutex_;
-  std::deque<Action> actions_;
+  std::deque<FoundAction> actions_;
   size_t firstKnown_ = 0;  // those before it are forgotten
-  std::array<std::atomic<const Action*>, BUCKETS> buckets_{};
+  std::array<std::atomic<const FoundAction*>, BUCKETS> buckets_{};
 };
 
 bool ActionTable::add(std::string_view name, KciActionFnType function, int argumentCount,
                       unsigned flags) {
   const std::lock_guard lock(mutex_);
   if (find(name) != nullptr) return false;
-  std::atomic<const Action*>& bucket = buckets_[bucketOf(name)];
-  const Action* next = bucket.load(std::memory_order_relaxed);
+  std::atomic<const FoundAction*>& bucket = buckets_[bucketOf(name)];
+  const FoundAction* next = bucket.load(std::memory_order_relaxed);
   actions_.push_back({std::string(name), function, argumentCount, flags, next});
   bucket.store(&actions_.back(), std::memory_order_release);
   return true;
 }
 
-const Action* ActionTable::find(std::string_view name) const {
-  const Action* action = buckets_[bucketOf(name)].load(std::memory_order_acquire);
+const FoundAction* ActionTable::find(std::string_view name) const {
+  const FoundAction* action = buckets_[bucketOf(name)].load(std::memory_order_acquire);
   while (action != nullptr && action->name != name) action = action->next;
   return action;
 }
@@ -113,25 +113,30 @@ constexpr std::array<Invoker, KCI_MAX_ACTION_ARGS + 1> INVOKERS = {invoke<0>, in
 
 namespace kvhost {
 
-Outcome callAction(const char* name, const OopType* args, int count) {
+const FoundAction* findAction(std::string_view name) { return interface::actionTable().find(name); }
+
+Outcome callAction(const FoundAction& action, const OopType* args, int count) {
   Outcome outcome;
-  const interface::Action* action = interface::actionTable().find(name);
-  if (action == nullptr) {
-    outcome.status = CallStatus::NoSuchAction;
-    return outcome;
-  }
-  outcome.expectedCount = action->argumentCount;
-  if (action->argumentCount != count) {
+  outcome.expectedCount = action.argumentCount;
+  if (action.argumentCount != count) {
     outcome.status = CallStatus::WrongArgumentCount;
     return outcome;
   }
   interface::PreparedCall call {
-    action->function, args
+    action.function, args
   };
   if (!interface::runGuarded(interface::INVOKERS[static_cast<size_t>(count)], &call, &outcome.value,
                              &outcome.error)) {
     outcome.status = CallStatus::Raised;
   }
+  return outcome;
+}
+
+Outcome callAction(const char* name, const OopType* args, int count) {
+  const FoundAction* action = findAction(name);
+  if (action != nullptr) return callAction(*action, args, count);
+  Outcome outcome;
+  outcome.status = CallStatus::NoSuchAction;
   return outcome;
 }
 

@@ -58,6 +58,12 @@ TEST_F(HelpTest, KnowsEveryErrorThatTheModuleRaises) {
   EXPECT_EQ(meaningOfError(1), "");
 }
 
+TEST_F(HelpTest, KnowsNoSelectorOfMoreArgumentsThanAMessageHolds) {
+  for (const std::string& selector : allSelectors()) {
+    EXPECT_LE(std::count(selector.begin(), selector.end(), ':'), MAX_MESSAGE_ARGUMENTS) << selector;
+  }
+}
+
 TEST_F(HelpTest, FindsTheNearestName) {
   EXPECT_EQ(nearestName("KvfOpenn"), "KvfOpen");
   EXPECT_EQ(nearestName("KvFileRaed"), "KvFileRead");

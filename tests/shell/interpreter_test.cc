@@ -169,6 +169,44 @@ TEST_F(InterpreterTest, RefusesBlocksThatRunThemselvesForever) {
   EXPECT_EQ(answer("3 + 4"), "7");
 }
 
+TEST_F(InterpreterTest, KeepsABlockWhileItRunsAndAsLongAsAVariableHoldsIt) {
+  answer("b := [b := nil. #(1 2) size. 'still here']");
+  EXPECT_EQ(answer("b value"), "'still here'");
+  EXPECT_EQ(answer("b"), "nil");
+  answer("b := ['one']");
+  answer("c := b. b := ['two']");
+  EXPECT_EQ(answer("c value , b value"), "'onetwo'");
+  answer("10 timesRepeat: [d := b. b := c. c := d]");
+  EXPECT_EQ(answer("c value , b value"), "'onetwo'");
+  answer("b := [b := c := d := 3. false]");
+  EXPECT_EQ(answer("b whileTrue: b"), "nil");
+  answer("b := [b := [7]. b value]");
+  EXPECT_EQ(answer("(b value) + (b value)"), "14");
+}
+
+TEST_F(InterpreterTest, SeesAVariableAsItIsEachTimeThatAnExpressionIsEvaluated) {
+  EXPECT_EQ(answer("n := 0. 5 timesRepeat: [n := n + n + 1]. n"), "31");
+  EXPECT_EQ(answer("x := 1. {x. x := 2. x. x := 'three'. x}"), "#(1 2 2 'three' 'three')");
+  EXPECT_EQ(answer("[y] ifError: [y := 4]. y"), "4");
+  EXPECT_EQ(answer("z := [3]. {z class ifError: [1]} size"),
+            "error: Block does not understand #class");
+}
+
+TEST_F(InterpreterTest, KeepsWhatAnExpressionHoldsAcrossACollection) {
+  answer("s := 'kept'");
+  EXPECT_EQ(answer("{s , '!'. s := nil. Smalltalk collectGarbage. 'c' , 'd'. s} size"), "5");
+  EXPECT_EQ(answer("{'a' , 'b'. [Smalltalk collectGarbage. 'c' , 'd'] value}"), "#('ab' 'cd')");
+  EXPECT_EQ(answer("('a' , 'b') , ([Smalltalk collectGarbage. 'c' , 'd'] value)"), "'abcd'");
+  EXPECT_EQ(answer("KvfSize(KvFile, (('a' , 'b') , ([Smalltalk collectGarbage. 'cd'] value)))"),
+            "-1");
+}
+
+TEST_F(InterpreterTest, EvaluatesAChainOfAnyLength) {
+  std::string chain = "0";
+  for (int i = 0; i < 20'000; i++) chain += " + 1";
+  EXPECT_EQ(answer(chain), "20000");
+}
+
 TEST_F(InterpreterTest, ComparesArraysThatHoldThemselvesOrAreNestedDeep) {
   answer("a := {nil. nil}. a at: 1 put: a. a at: 2 put: a");
   answer("b := {nil. nil}. b at: 1 put: b. b at: 2 put: b");

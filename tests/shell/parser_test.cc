@@ -51,7 +51,7 @@ std::string show(const Node& node) {
   }
   if (const auto* send = std::get_if<Send>(&node.content)) {
     std::string out = show(*send->receiver);
-    for (const MessageNode& message : send->messages) {
+    for (const Message& message : send->messages) {
       std::string arguments = showAll(message.arguments);
       out = fmt::format("({} {}{}{})", out, message.selector, arguments.empty() ? "" : " ",
                         arguments);

@@ -110,26 +110,26 @@ Value millisecondsToRun(Interpreter& interpreter, const Value& receiver, Argumen
       kvhost::newInteger(std::chrono::duration_cast<std::chrono::milliseconds>(passed).count()));
 }
 
-constexpr std::array MESSAGES = {
-    Message{"not", notMessage},
-    Message{"and:", andMessage},
-    Message{"or:", orMessage},
-    Message{"ifTrue:", ifTrue},
-    Message{"ifFalse:", ifFalse},
-    Message{"ifTrue:ifFalse:", ifTrueIfFalse},
-    Message{"ifFalse:ifTrue:", ifFalseIfTrue},
-    Message{"value", blockValue},
-    Message{"whileTrue:", whileTrue},
-    Message{"whileFalse:", whileFalse},
-    Message{"whileTrue", whileTrueAlone},
-    Message{"whileFalse", whileFalseAlone},
-    Message{"timesRepeat:", timesRepeat},
-    Message{"ifError:", ifError},
-    Message{"millisecondsToRun", millisecondsToRun},
+constexpr std::array METHODS = {
+    Method{"not", notMessage},
+    Method{"and:", andMessage},
+    Method{"or:", orMessage},
+    Method{"ifTrue:", ifTrue},
+    Method{"ifFalse:", ifFalse},
+    Method{"ifTrue:ifFalse:", ifTrueIfFalse},
+    Method{"ifFalse:ifTrue:", ifFalseIfTrue},
+    Method{"value", blockValue},
+    Method{"whileTrue:", whileTrue},
+    Method{"whileFalse:", whileFalse},
+    Method{"whileTrue", whileTrueAlone},
+    Method{"whileFalse", whileFalseAlone},
+    Method{"timesRepeat:", timesRepeat},
+    Method{"ifError:", ifError},
+    Method{"millisecondsToRun", millisecondsToRun},
 };
 
 }  // namespace
 
-std::span<const Message> controlMessages() { return MESSAGES; }
+std::span<const Method> controlMessages() { return METHODS; }
 
 }  // namespace shell

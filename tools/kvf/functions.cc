@@ -42,16 +42,13 @@ std::string describeArguments(Interpreter& interpreter, const KciErrSType& error
 
 // ---- calls ----
 
-std::vector<OopType> objectArguments(std::string_view name, Arguments arguments) {
-  std::vector<OopType> oops;
-  for (const Value& argument : arguments) {
-    if (!argument.isObject()) {
-      throw EvaluationError(
-          fmt::format("error: {} takes objects, and a {} is none", name, classNameOf(argument)));
-    }
-    oops.push_back(argument.oop);
+// The object that an argument is; throws, naming the function, for anything else.
+OopType objectArgument(std::string_view name, const Value& argument) {
+  if (!argument.isObject()) {
+    throw EvaluationError(
+        fmt::format("error: {} takes objects, and a {} is none", name, classNameOf(argument)));
   }
-  return oops;
+  return argument.oop;
 }
 
 [[noreturn]] void wrongCount(std::string_view name, int expected, std::string_view parameters,
@@ -73,21 +70,41 @@ OopType answerOf(Interpreter& interpreter, const kvhost::Outcome& outcome) {
   return outcome.value;
 }
 
-Value callAction(Interpreter& interpreter, std::string_view name, Arguments arguments) {
-  std::vector<OopType> oops = objectArguments(name, arguments);
-  kvhost::Outcome outcome =
-      kvhost::callAction(std::string(name).c_str(), oops.data(), static_cast<int>(oops.size()));
-  const ActionRow* row = findAction(name);
-  switch (outcome.status) {
-    case kvhost::CallStatus::NoSuchAction:
-      if (row == nullptr) unknownFunction(name);
-      throw EvaluationError(fmt::format("error: the action {} is not declared", name));
-    case kvhost::CallStatus::WrongArgumentCount:
-      wrongCount(name, outcome.expectedCount, row == nullptr ? "" : argumentNames(*row),
-                 oops.size());
-    default:
-      return Value::object(answerOf(interpreter, outcome));
+[[noreturn]] void refuseCall(const Call& call, const kvhost::Outcome& outcome) {
+  const ActionRow* row = findAction(call.function);
+  if (outcome.status == kvhost::CallStatus::WrongArgumentCount) {
+    wrongCount(call.function, outcome.expectedCount, row == nullptr ? "" : argumentNames(*row),
+               call.arguments.size());
   }
+  if (row == nullptr) unknownFunction(call.function);
+  throw EvaluationError(fmt::format("error: the action {} is not declared", call.function));
+}
+
+kvhost::Outcome callFound(const Call& call, const OopType* oops, size_t count) {
+  if (call.action == nullptr) call.action = kvhost::findAction(call.function);
+  if (call.action != nullptr) {
+    return kvhost::callAction(*call.action, oops, static_cast<int>(count));
+  }
+  kvhost::Outcome outcome;
+  outcome.status = kvhost::CallStatus::NoSuchAction;
+  return outcome;
+}
+
+Value callAction(Interpreter& interpreter, const Call& call, Arguments arguments) {
+  // More arguments than any action takes are counted, and refused.
+  OopType oops[KCI_MAX_ACTION_ARGS];
+  size_t count = 0;
+  for (const Value& argument : arguments) {
+    OopType oop = objectArgument(call.function, argument);
+    if (count < KCI_MAX_ACTION_ARGS) oops[count] = oop;
+    count++;
+  }
+  kvhost::Outcome outcome = callFound(call, oops, count);
+  if (outcome.status != kvhost::CallStatus::Answered &&
+      outcome.status != kvhost::CallStatus::Raised) {
+    refuseCall(call, outcome);
+  }
+  return Value::object(answerOf(interpreter, outcome));
 }
 
 // ---- the deliberate fault of KvfTestClientHandler ----
@@ -121,9 +138,7 @@ OopType runTestHandler(void* context) {
 }
 
 Value callTestHandler(Interpreter& interpreter, Arguments arguments) {
-  std::vector<OopType> oops = objectArguments("KvfTestClientHandler", arguments);
-  if (oops.size() != 1) wrongCount("KvfTestClientHandler", 1, "oClass", oops.size());
-  TestCall call{oops[0]};
+  TestCall call{objectArgument("KvfTestClientHandler", arguments[0])};
   faultSignal = 0;
   kvhost::Outcome outcome = kvhost::protect(runTestHandler, &call);
   faultIsContained = 0;
@@ -155,7 +170,7 @@ int64_t transferCount(const Value& value) {
   return count;
 }
 
-OopType fileArgument(const Value& value) { return objectArguments("the function", {&value, 1})[0]; }
+OopType fileArgument(const Value& value) { return objectArgument("the function", value); }
 
 // What a C entry point is called with; plain, because a raise jumps over it.
 struct EntryCall {
@@ -297,12 +312,19 @@ std::string describeRaised(Interpreter& interpreter, const KciErrSType& error) {
                      describeArguments(interpreter, error));
 }
 
-Value callFunction(Interpreter& interpreter, std::string_view name, Arguments arguments) {
-  if (name == "KvfTestClientHandler") return callTestHandler(interpreter, arguments);
-  for (const CFunction& function : C_FUNCTIONS) {
-    if (function.name == name) return callCFunction(interpreter, function, arguments);
-  }
-  return callAction(interpreter, name, arguments);
+const CFunction* findEntryPoint(std::string_view name) {
+  // An action like the others, but for its fault, which is to come back.
+  static constexpr CFunction TEST_HANDLER = {"KvfTestClientHandler", 1, 1, "oClass", "",
+                                             callTestHandler};
+  if (name == TEST_HANDLER.name) return &TEST_HANDLER;
+  const auto* found = std::find_if(C_FUNCTIONS.begin(), C_FUNCTIONS.end(),
+                                   [&](const CFunction& each) { return each.name == name; });
+  return found != C_FUNCTIONS.end() ? found : nullptr;
+}
+
+Value callFunction(Interpreter& interpreter, const Call& call, Arguments arguments) {
+  if (call.entryPoint != nullptr) return callCFunction(interpreter, *call.entryPoint, arguments);
+  return callAction(interpreter, call, arguments);
 }
 
 void containTestFaults() {

@@ -20,9 +20,12 @@ struct CFunction {
 
 std::span<const CFunction> cFunctions();
 
-// Calls an action or an exported function by name. Throws EvaluationError where an error is raised,
-// the name is unknown or undeclared, or the count of arguments is wrong. May block as the action.
-Value callFunction(Interpreter& interpreter, std::string_view name, Arguments arguments);
+// What a call of that name runs other than a declared action, or null.
+const CFunction* findEntryPoint(std::string_view name);
+
+// Calls an action or an exported function. Throws EvaluationError where an error is raised, the name
+// is unknown or undeclared, or the count of arguments is wrong. May block as the action.
+Value callFunction(Interpreter& interpreter, const Call& call, Arguments arguments);
 
 // The line for a raised error: number, meaning, whether it is fatal, arguments.
 std::string describeRaised(Interpreter& interpreter, const KciErrSType& error);

@@ -61,16 +61,23 @@ void throwWhenInterrupted() {
   throw error;
 }
 
+// True when no argument has to be evaluated: nothing is collected then between the first and the
+// call, and none within it.
+bool areKnown(const Nodes& nodes) {
+  return std::all_of(nodes.begin(), nodes.end(),
+                     [](const NodePtr& node) { return node->known != nullptr; });
+}
+
 }  // namespace
 
 Interpreter::Interpreter(std::ostream& out) : out_(out) { beginSession(); }
 
 Interpreter::~Interpreter() {
   for (int id : sessions_) shutSessionDown(id);
-  for (const auto& [name, slot] : variables_) kvhost::removeRoot(&slot->value.oop);
+  for (const auto& [name, slot] : variables_) kvhost::removeRoot(&slot->root);
 }
 
-Value Interpreter::evaluate(const Node& node) {
+Value Interpreter::evaluateAnew(const Node& node) {
   DepthCount count(&evaluationDepth_);
   try {
     if (evaluationDepth_ > MAX_EVALUATION_DEPTH) {
@@ -89,55 +96,102 @@ Value Interpreter::evaluate(const Node& node) {
 }
 
 Value Interpreter::evaluateContent(const Node& node) {
-  if (const auto* literal = std::get_if<Literal>(&node.content)) {
-    return Value::object(makeLiteral(*literal, roots_));
-  }
-  if (const auto* variable = std::get_if<Variable>(&node.content)) {
-    return evaluateVariable(*variable);
-  }
+  if (const auto* send = std::get_if<Send>(&node.content)) return evaluateSend(*send);
+  if (const auto* call = std::get_if<Call>(&node.content)) return evaluateCall(*call);
   if (const auto* assignment = std::get_if<Assignment>(&node.content)) {
     return evaluateAssignment(*assignment);
   }
-  if (const auto* send = std::get_if<Send>(&node.content)) return evaluateSend(*send);
-  if (const auto* call = std::get_if<Call>(&node.content)) return evaluateCall(*call);
+  if (const auto* variable = std::get_if<Variable>(&node.content)) {
+    return evaluateVariable(node, *variable);
+  }
+  if (const auto* literal = std::get_if<Literal>(&node.content)) {
+    return evaluateLiteral(node, *literal);
+  }
   if (const auto* block = std::get_if<Block>(&node.content)) {
-    return {Value::Kind::Block, OOP_NIL, block->body};
+    node.constant = Value::ofBlock(block->body.get());
+    node.known = &node.constant;
+    return node.constant;
   }
   return evaluateBrace(std::get<Brace>(node.content));
 }
 
-Value Interpreter::evaluateVariable(const Variable& variable) {
+// A literal that is no object of its own is the same each time.
+Value Interpreter::evaluateLiteral(const Node& node, const Literal& literal) {
+  Value value = Value::object(makeLiteral(literal, roots_));
+  bool isConstant = literal.kind == Literal::Kind::Integer
+                        ? value.isSmallInteger()
+                        : literal.kind <= Literal::Kind::Character;
+  if (isConstant) {
+    node.constant = value;
+    node.known = &node.constant;
+  }
+  return value;
+}
+
+Value Interpreter::evaluateVariable(const Node& node, const Variable& variable) {
   auto found = variables_.find(variable.name);
-  if (found != variables_.end()) return found->second->value;
-  if (variable.name == "Session") return Value::global(Value::Kind::Session);
-  if (variable.name == "Smalltalk") return Value::global(Value::Kind::Smalltalk);
+  if (found != variables_.end()) {
+    node.known = &found->second->value;
+    return *node.known;
+  }
   OopType cls = kvhost::classNamed(variable.name);
-  if (cls != OOP_NIL) return Value::object(cls);
-  throw EvaluationError(fmt::format("error: there is no variable or class '{}'", variable.name));
+  if (cls != OOP_NIL) {
+    node.constant = Value::object(cls);
+  } else if (variable.name == "Session") {
+    node.constant = Value::global(Value::Kind::Session);
+  } else if (variable.name == "Smalltalk") {
+    node.constant = Value::global(Value::Kind::Smalltalk);
+  } else {
+    throw EvaluationError(fmt::format("error: there is no variable or class '{}'", variable.name));
+  }
+  node.known = &node.constant;
+  return node.constant;
+}
+
+VariableSlot& Interpreter::slotOf(const std::string& name) {
+  std::unique_ptr<VariableSlot>& slot = variables_[name];
+  if (slot == nullptr) {
+    slot = std::make_unique<VariableSlot>();
+    kvhost::addRoot(&slot->root);
+  }
+  return *slot;
 }
 
 Value Interpreter::evaluateAssignment(const Assignment& assignment) {
   Value value = evaluate(*assignment.value);
-  std::unique_ptr<VariableSlot>& slot = variables_[assignment.name];
-  if (slot == nullptr) {
-    slot = std::make_unique<VariableSlot>();
-    kvhost::addRoot(&slot->value.oop);
-  }
-  slot->value = value;
+  if (assignment.slot == nullptr) assignment.slot = &slotOf(assignment.name);
+  assign(*assignment.slot, value);
   return value;
 }
 
-void Interpreter::evaluateInto(const Nodes& nodes, RootStack::Frame& frame,
-                               std::vector<Value>* values) {
+void Interpreter::assign(VariableSlot& slot, const Value& value) {
+  if (value.isBlock() || slot.block != nullptr) keepBlock(slot, value);
+  slot.value = value;
+  slot.root = value.isObject() ? value.oop : OOP_NIL;
+}
+
+// The block that the variable held may be running. So it stays until the statement is over, where
+// nothing else keeps it.
+void Interpreter::keepBlock(VariableSlot& slot, const Value& value) {
+  std::shared_ptr<const BlockBody> block =
+      value.isBlock() ? value.block->shared_from_this() : nullptr;
+  slot.block.swap(block);
+  if (block.use_count() == 1) droppedBlocks_.push_back(std::move(block));
+}
+
+std::vector<Value> Interpreter::evaluateAll(const Nodes& nodes, RootStack::Frame& frame) {
+  std::vector<Value> values;
+  values.reserve(nodes.size());
   for (const NodePtr& node : nodes) {
-    values->push_back(evaluate(*node));
-    frame.push(values->back());
+    values.push_back(evaluate(*node));
+    frame.push(values.back());
   }
+  return values;
 }
 
 Value Interpreter::evaluateSend(const Send& send) {
   Value receiver = evaluate(*send.receiver);
-  for (const MessageNode& message : send.messages) {
+  for (const Message& message : send.messages) {
     try {
       receiver = evaluateMessage(receiver, message);
     } catch (EvaluationError& error) {
@@ -148,29 +202,37 @@ Value Interpreter::evaluateSend(const Send& send) {
   return receiver;
 }
 
-Value Interpreter::evaluateMessage(const Value& receiver, const MessageNode& message) {
+Value Interpreter::evaluateMessage(const Value& receiver, const Message& message) {
   RootStack::Frame frame(roots_);
   frame.push(receiver);
-  std::vector<Value> arguments;
-  arguments.reserve(message.arguments.size());
-  evaluateInto(message.arguments, frame, &arguments);
-  return sendMessage(*this, receiver, message.selector, arguments);
+  if (message.method == nullptr) {
+    evaluateAll(message.arguments, frame);
+    doesNotUnderstand(receiver, message.selector);
+  }
+  Value arguments[MAX_MESSAGE_ARGUMENTS];
+  size_t count = 0;
+  for (const NodePtr& argument : message.arguments) {
+    arguments[count] = evaluate(*argument);
+    frame.push(arguments[count++]);
+  }
+  return message.method->handler(*this, receiver, {arguments, count});
 }
 
 Value Interpreter::evaluateCall(const Call& call) {
-  RootStack::Frame frame(roots_);
-  std::vector<Value> arguments;
-  arguments.reserve(call.arguments.size());
-  evaluateInto(call.arguments, frame, &arguments);
-  return callFunction(*this, call.function, arguments);
+  if (call.arguments.size() > KCI_MAX_ACTION_ARGS || !areKnown(call.arguments)) {
+    RootStack::Frame frame(roots_);
+    return callFunction(*this, call, evaluateAll(call.arguments, frame));
+  }
+  Value arguments[KCI_MAX_ACTION_ARGS];
+  size_t count = 0;
+  for (const NodePtr& argument : call.arguments) arguments[count++] = *argument->known;
+  return callFunction(*this, call, {arguments, count});
 }
 
 Value Interpreter::evaluateBrace(const Brace& brace) {
   RootStack::Frame frame(roots_);
-  std::vector<Value> values;
-  evaluateInto(brace.elements, frame, &values);
   std::vector<OopType> oops;
-  for (const Value& value : values) {
+  for (const Value& value : evaluateAll(brace.elements, frame)) {
     if (!value.isObject()) throw EvaluationError("error: an Array holds objects only");
     oops.push_back(value.oop);
   }
@@ -194,6 +256,7 @@ void Interpreter::safePointInLoop() {
 }
 
 void Interpreter::safePointBetweenStatements() {
+  droppedBlocks_.clear();
   if (kvhost::liveObjects() < FEW_OBJECTS || isCollectionDue()) collect();
 }
 

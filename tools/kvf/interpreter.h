@@ -2,6 +2,7 @@
 #pragma once
 
 #include "root_stack.h"
+#include "syntax.h"
 #include "value.h"
 
 #include <functional>
@@ -13,6 +14,13 @@
 #include <vector>
 
 namespace shell {
+
+// A variable. What it holds is a root, and a block in it lives.
+struct VariableSlot {
+  Value value;
+  OopType root = OOP_NIL;  // the object of `value`, or nil
+  std::shared_ptr<const BlockBody> block;
+};
 
 // One workspace. It begins a session when it is made and shuts down every session it still has when
 // it goes. Used by the thread that made it.
@@ -26,7 +34,9 @@ class Interpreter {
 
   // The value of an expression. Throws EvaluationError or QuitRequest. The object answered stays
   // alive until the next safe point.
-  Value evaluate(const Node& node);
+  Value evaluate(const Node& node) {
+    return node.known != nullptr ? *node.known : evaluateAnew(node);
+  }
 
   // The value of a block's last statement, nil for an empty block.
   Value run(const BlockBody& body);
@@ -61,23 +71,25 @@ class Interpreter {
   int lastErrorNumber = 0;
 
  private:
-  struct VariableSlot {
-    Value value;
-  };
-
   bool isCollectionDue() const;
+  Value evaluateAnew(const Node& node);
   Value evaluateContent(const Node& node);
-  Value evaluateVariable(const Variable& variable);
+  Value evaluateLiteral(const Node& node, const Literal& literal);
+  Value evaluateVariable(const Node& node, const Variable& variable);
   Value evaluateAssignment(const Assignment& assignment);
   Value evaluateSend(const Send& send);
-  Value evaluateMessage(const Value& receiver, const MessageNode& message);
+  Value evaluateMessage(const Value& receiver, const Message& message);
   Value evaluateCall(const Call& call);
   Value evaluateBrace(const Brace& brace);
-  void evaluateInto(const Nodes& nodes, RootStack::Frame& frame, std::vector<Value>* values);
+  std::vector<Value> evaluateAll(const Nodes& nodes, RootStack::Frame& frame);
+  VariableSlot& slotOf(const std::string& name);
+  void assign(VariableSlot& slot, const Value& value);
+  void keepBlock(VariableSlot& slot, const Value& value);
 
   std::ostream& out_;
   RootStack roots_;
   std::unordered_map<std::string, std::unique_ptr<VariableSlot>> variables_;
+  std::vector<std::shared_ptr<const BlockBody>> droppedBlocks_;
   std::unordered_map<OopType, int> fileNumbers_;
   int filesMade_ = 0;
   int filesSinceCollection_ = 0;

@@ -12,14 +12,14 @@
 namespace shell {
 namespace {
 
-using MessageTable = std::unordered_map<std::string_view, decltype(Message::handler)>;
+using MethodTable = std::unordered_map<std::string_view, const Method*>;
 
-const MessageTable& messageTable() {
-  static const MessageTable table = [] {
-    MessageTable result;
-    for (auto messages : {objectMessages(), numberMessages(), textMessages(), controlMessages(),
-                          systemMessages()}) {
-      for (const Message& message : messages) result.emplace(message.selector, message.handler);
+const MethodTable& methodTable() {
+  static const MethodTable table = [] {
+    MethodTable result;
+    for (auto methods : {objectMessages(), numberMessages(), textMessages(), controlMessages(),
+                         systemMessages()}) {
+      for (const Method& method : methods) result.emplace(method.selector, &method);
     }
     return result;
   }();
@@ -28,16 +28,14 @@ const MessageTable& messageTable() {
 
 }  // namespace
 
-Value sendMessage(Interpreter& interpreter, const Value& receiver, std::string_view selector,
-                  Arguments arguments) {
-  auto found = messageTable().find(selector);
-  if (found == messageTable().end()) doesNotUnderstand(receiver, selector);
-  return found->second(interpreter, receiver, arguments);
+const Method* findMethod(std::string_view selector) {
+  auto found = methodTable().find(selector);
+  return found != methodTable().end() ? found->second : nullptr;
 }
 
 std::vector<std::string> allSelectors() {
   std::vector<std::string> selectors;
-  for (const auto& [selector, handler] : messageTable()) selectors.emplace_back(selector);
+  for (const auto& [selector, method] : methodTable()) selectors.emplace_back(selector);
   std::sort(selectors.begin(), selectors.end());
   return selectors;
 }
@@ -62,13 +60,12 @@ std::string classNameOf(const Value& value) {
   return std::string(kvhost::className(kvhost::classOf(value.oop)));
 }
 
-bool isInteger(const Value& value) {
-  if (!value.isObject()) return false;
-  return oopIsSmallInteger(value.oop) || kvhost::classOf(value.oop) == kvhost::CLASS_LARGE_INTEGER;
+bool isLargeInteger(const Value& value) {
+  return value.isObject() && kvhost::classOf(value.oop) == kvhost::CLASS_LARGE_INTEGER;
 }
 
-int64_t integerOf(const Value& value, std::string_view role) {
-  if (!isInteger(value)) {
+int64_t largeIntegerOf(const Value& value, std::string_view role) {
+  if (!isLargeInteger(value)) {
     throw EvaluationError(
         fmt::format("error: the {} is no integer but of class {}", role, classNameOf(value)));
   }
@@ -117,10 +114,6 @@ void throwPendingError(Interpreter& interpreter) {
   KciErrSType error;
   error.initialize();
   if (KciErr(&error) != 0) throw EvaluationError(describeRaised(interpreter, error), error.number);
-}
-
-Value valueOf(Interpreter& interpreter, const Value& value) {
-  return value.isBlock() ? interpreter.run(*value.block) : value;
 }
 
 }  // namespace shell

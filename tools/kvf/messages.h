@@ -9,25 +9,28 @@
 
 namespace shell {
 
-// One row of the message tables.
-struct Message {
+// One row of the message tables: what a selector does, whatever the receiver. It refuses a receiver
+// that is not its kind.
+struct Method {
   std::string_view selector;
   Value (*handler)(Interpreter& interpreter, const Value& receiver, Arguments arguments);
 };
 
-// Sends a message. Throws EvaluationError where the receiver does not understand it.
-Value sendMessage(Interpreter& interpreter, const Value& receiver, std::string_view selector,
-                  Arguments arguments);
+// No selector of the tables takes more arguments.
+constexpr size_t MAX_MESSAGE_ARGUMENTS = 2;
+
+// The method of that selector, or null.
+const Method* findMethod(std::string_view selector);
 
 // Every selector, sorted; for completion.
 std::vector<std::string> allSelectors();
 
 // The tables, by subject.
-std::span<const Message> objectMessages();
-std::span<const Message> numberMessages();
-std::span<const Message> textMessages();
-std::span<const Message> controlMessages();
-std::span<const Message> systemMessages();
+std::span<const Method> objectMessages();
+std::span<const Method> numberMessages();
+std::span<const Method> textMessages();
+std::span<const Method> controlMessages();
+std::span<const Method> systemMessages();
 
 // ---- for the handlers ----
 
@@ -38,8 +41,14 @@ std::span<const Message> systemMessages();
 std::string classNameOf(const Value& value);
 
 // The integer that `value` is; throws, naming `role`, for anything else.
-int64_t integerOf(const Value& value, std::string_view role);
-bool isInteger(const Value& value);
+int64_t largeIntegerOf(const Value& value, std::string_view role);
+inline int64_t integerOf(const Value& value, std::string_view role) {
+  return value.isSmallInteger() ? oopSmallIntegerValue(value.oop) : largeIntegerOf(value, role);
+}
+bool isLargeInteger(const Value& value);
+inline bool isInteger(const Value& value) {
+  return value.isSmallInteger() || isLargeInteger(value);
+}
 
 // True for objects whose contents are bytes; for Arrays.
 bool isByteObject(const Value& value);
@@ -56,6 +65,8 @@ Value newByteObject(OopType cls, std::string_view bytes);
 void throwPendingError(Interpreter& interpreter);
 
 // The value of a block, or of any other value itself.
-Value valueOf(Interpreter& interpreter, const Value& value);
+inline Value valueOf(Interpreter& interpreter, const Value& value) {
+  return value.isBlock() ? interpreter.run(*value.block) : value;
+}
 
 }  // namespace shell

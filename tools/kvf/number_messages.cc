@@ -10,7 +10,11 @@
 namespace shell {
 namespace {
 
-Value integerValue(int64_t value) { return Value::object(kvhost::newInteger(value)); }
+Value integerValue(int64_t value) {
+  constexpr int64_t LIMIT = int64_t{1} << 60U;
+  bool isSmall = value >= -LIMIT && value < LIMIT;
+  return Value::object(isSmall ? oopFromSmallInteger(value) : kvhost::newInteger(value));
+}
 
 int64_t receiverInteger(const Value& receiver, std::string_view selector) {
   if (!isInteger(receiver)) doesNotUnderstand(receiver, selector);
@@ -119,24 +123,24 @@ Value asInteger(Interpreter&, const Value& receiver, Arguments) {
   return integerValue(static_cast<int64_t>(oopCharacterCode(receiver.oop)));
 }
 
-constexpr std::array MESSAGES = {
-    Message{"+", add},
-    Message{"-", subtract},
-    Message{"*", multiply},
-    Message{"//", divide},
-    Message{"\\\\", modulo},
-    Message{"negated", negated},
-    Message{"<", less},
-    Message{"<=", lessOrEqual},
-    Message{">", greater},
-    Message{">=", greaterOrEqual},
-    Message{"asCharacter", asCharacter},
-    Message{"value:", characterValue},
-    Message{"asInteger", asInteger},
+constexpr std::array METHODS = {
+    Method{"+", add},
+    Method{"-", subtract},
+    Method{"*", multiply},
+    Method{"//", divide},
+    Method{"\\\\", modulo},
+    Method{"negated", negated},
+    Method{"<", less},
+    Method{"<=", lessOrEqual},
+    Method{">", greater},
+    Method{">=", greaterOrEqual},
+    Method{"asCharacter", asCharacter},
+    Method{"value:", characterValue},
+    Method{"asInteger", asInteger},
 };
 
 }  // namespace
 
-std::span<const Message> numberMessages() { return MESSAGES; }
+std::span<const Method> numberMessages() { return METHODS; }
 
 }  // namespace shell

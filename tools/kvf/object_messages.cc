@@ -33,7 +33,8 @@ Value notNil(Interpreter&, const Value& receiver, Arguments) {
 }
 
 bool isIdentical(const Value& left, const Value& right) {
-  return left.kind == right.kind && left.oop == right.oop && left.block == right.block;
+  if (left.kind != right.kind) return false;
+  return left.isBlock() ? left.block == right.block : left.oop == right.oop;
 }
 
 // Equal but for the elements of Arrays: identical, or integers of one value, or texts or bytes of
@@ -177,30 +178,30 @@ Value newWithAll(Interpreter& interpreter, const Value& receiver, Arguments argu
   return newFilled(interpreter, receiver, sizeArgument(arguments[0]), arguments[1]);
 }
 
-constexpr std::array MESSAGES = {
-    Message{"class", classMessage},
-    Message{"isNil", isNil},
-    Message{"notNil", notNil},
-    Message{"=", equal},
-    Message{"~=", notEqual},
-    Message{"==", identical},
-    Message{"~~", notIdentical},
-    Message{"yourself", yourself},
-    Message{"printString", printStringMessage},
-    Message{"displayString", displayStringMessage},
-    Message{"printNl", printNl},
-    Message{"displayNl", displayNl},
-    Message{"objectId", objectId},
-    Message{"beInvariant", beInvariant},
-    Message{"isKindOf:", isKindOf},
-    Message{"name", nameMessage},
-    Message{"new", newMessage},
-    Message{"new:", newSized},
-    Message{"new:withAll:", newWithAll},
+constexpr std::array METHODS = {
+    Method{"class", classMessage},
+    Method{"isNil", isNil},
+    Method{"notNil", notNil},
+    Method{"=", equal},
+    Method{"~=", notEqual},
+    Method{"==", identical},
+    Method{"~~", notIdentical},
+    Method{"yourself", yourself},
+    Method{"printString", printStringMessage},
+    Method{"displayString", displayStringMessage},
+    Method{"printNl", printNl},
+    Method{"displayNl", displayNl},
+    Method{"objectId", objectId},
+    Method{"beInvariant", beInvariant},
+    Method{"isKindOf:", isKindOf},
+    Method{"name", nameMessage},
+    Method{"new", newMessage},
+    Method{"new:", newSized},
+    Method{"new:withAll:", newWithAll},
 };
 
 }  // namespace
 
-std::span<const Message> objectMessages() { return MESSAGES; }
+std::span<const Method> objectMessages() { return METHODS; }
 
 }  // namespace shell

@@ -2,7 +2,9 @@
 
 #include <kvfile/kvhost.h>
 
+#include "functions.h"
 #include "lexer.h"
+#include "messages.h"
 #include "text.h"
 
 #include <fmt/format.h>
@@ -74,7 +76,7 @@ class Parser {
   NodePtr parseKeywordSend();
   NodePtr parseBinarySend();
   NodePtr parseUnarySend();
-  static NodePtr send(NodePtr receiver, MessageNode message);
+  static NodePtr send(NodePtr receiver, Message message);
   NodePtr parsePrimary();
   NodePtr parseIdentifier();
   NodePtr parseBracketed(Kind closer);
@@ -87,7 +89,8 @@ class Parser {
   static NodePtr make(Position position, Content&& content) {
     int height = heightBelow(content) + 1;
     if (height > MAX_NESTING) failTooDeep(position);
-    return std::make_unique<Node>(Node{position, std::forward<Content>(content), height});
+    return std::make_unique<Node>(
+        Node{position, std::forward<Content>(content), height, nullptr, {}});
   }
 
   std::vector<Token> tokens_;
@@ -199,11 +202,11 @@ NodePtr Parser::parseExpression() {
   Token name = take();
   take();
   refuseReserved(name);
-  return make(name.position, Assignment{name.text, parseExpression()});
+  return make(name.position, Assignment{name.text, parseExpression(), nullptr});
 }
 
 // Adds a message to those that the receiver is sent already.
-NodePtr Parser::send(NodePtr receiver, MessageNode message) {
+NodePtr Parser::send(NodePtr receiver, Message message) {
   int height = heightOf(message.arguments) + 1;
   if (height > MAX_NESTING) failTooDeep(message.position);
   if (!std::holds_alternative<Send>(receiver->content)) {
@@ -211,6 +214,7 @@ NodePtr Parser::send(NodePtr receiver, MessageNode message) {
     receiver = make(position, Send{std::move(receiver), {}});
   }
   receiver->height = std::max(receiver->height, height);
+  message.method = findMethod(message.selector);
   std::get<Send>(receiver->content).messages.push_back(std::move(message));
   return receiver;
 }
@@ -218,7 +222,7 @@ NodePtr Parser::send(NodePtr receiver, MessageNode message) {
 NodePtr Parser::parseKeywordSend() {
   NodePtr receiver = parseBinarySend();
   if (!continues(Kind::Keyword)) return receiver;
-  MessageNode message{current().position, "", {}};
+  Message message{current().position, "", {}, nullptr};
   while (continues(Kind::Keyword)) {
     message.selector += take().text;
     message.arguments.push_back(parseBinarySend());
@@ -230,7 +234,7 @@ NodePtr Parser::parseBinarySend() {
   NodePtr receiver = parseUnarySend();
   while (isBinary()) {
     Token operation = take();
-    MessageNode message{operation.position, operation.text, {}};
+    Message message{operation.position, operation.text, {}, nullptr};
     message.arguments.push_back(parseUnarySend());
     receiver = send(std::move(receiver), std::move(message));
   }
@@ -241,7 +245,7 @@ NodePtr Parser::parseUnarySend() {
   NodePtr receiver = parsePrimary();
   while (continues(Kind::Identifier)) {
     Token selector = take();
-    receiver = send(std::move(receiver), MessageNode{selector.position, selector.text, {}});
+    receiver = send(std::move(receiver), Message{selector.position, selector.text, {}, nullptr});
   }
   return receiver;
 }
@@ -277,7 +281,8 @@ NodePtr Parser::parsePrimary() {
 NodePtr Parser::parseIdentifier() {
   Token name = take();
   if (current().kind == Kind::LeftParenthesis && !current().startsLine) {
-    return make(name.position, Call{name.text, parseArguments()});
+    Nodes arguments = parseArguments();
+    return make(name.position, Call{name.text, std::move(arguments), findEntryPoint(name.text)});
   }
   Literal literal;
   if (name.text == "nil") return make(name.position, std::move(literal));

@@ -8,8 +8,8 @@ RootStack::~RootStack() {
   for (const OopType& slot : slots_) kvhost::removeRoot(&slot);
 }
 
-RootStack::Frame::~Frame() {
-  while (stack_.depth_ > base_) stack_.slots_[--stack_.depth_] = OOP_NIL;
+void RootStack::popTo(size_t depth) {
+  while (depth_ > depth) slots_[--depth_] = OOP_NIL;
 }
 
 void RootStack::push(OopType oop) {

@@ -20,11 +20,15 @@ class RootStack {
   class Frame {
    public:
     explicit Frame(RootStack& stack) : stack_(stack), base_(stack.depth_) {}
-    ~Frame();
+    ~Frame() {
+      if (stack_.depth_ > base_) stack_.popTo(base_);
+    }
     Frame(const Frame&) = delete;
     Frame& operator=(const Frame&) = delete;
 
-    void push(const Value& value) { stack_.push(value.oop); }
+    void push(const Value& value) {
+      if (mayDie(value)) stack_.push(value.oop);
+    }
 
    private:
     RootStack& stack_;
@@ -32,7 +36,12 @@ class RootStack {
   };
 
  private:
+  // False for what is no object, and for identifiers that carry their value.
+  static bool mayDie(const Value& value) {
+    return value.isObject() && value.oop != OOP_NIL && oopIsSmallInteger(value.oop) == 0;
+  }
   void push(OopType oop);
+  void popTo(size_t depth);
 
   std::deque<OopType> slots_;
   size_t depth_ = 0;

@@ -1,20 +1,20 @@
-// The parts of a kvf program: positions, syntax errors, literals and the syntax tree.
+// The parts of a kvf program: syntax errors, literals and the syntax tree.
 #pragma once
+
+#include <kvfile/kvhost.h>
+
+#include "position.h"
+#include "value.h"
 
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
 namespace shell {
-
-// A place in a source text; both count from 1, columns in bytes.
-struct Position {
-  int line = 1;
-  int column = 1;
-};
 
 // The text breaks the grammar at `position`. `incomplete`: it ended too early, and more lines could
 // complete it.
@@ -48,6 +48,10 @@ struct Literal {
   std::vector<Literal> elements;  // Array
 };
 
+struct CFunction;     // of functions.h
+struct Method;        // of messages.h
+struct VariableSlot;  // of interpreter.h
+
 struct Node;
 using NodePtr = std::unique_ptr<Node>;
 using Nodes = std::vector<NodePtr>;
@@ -59,30 +63,36 @@ struct Variable {
 struct Assignment {
   std::string name;
   NodePtr value;
+  mutable VariableSlot* slot = nullptr;  // once it was evaluated
 };
 
 // One message, sent to what stands before it: `selector`, `+ argument`, `at: 1 put: 2`.
-struct MessageNode {
+struct Message {
   Position position;
   std::string selector;
   Nodes arguments;
+  const Method* method = nullptr;  // null: nothing understands it
 };
 
 // An expression with the messages that follow it, each sent to the answer of the one before. They
 // stand side by side, so that a chain may be of any length.
 struct Send {
   NodePtr receiver;
-  std::vector<MessageNode> messages;
+  std::vector<Message> messages;
 };
 
 // A call of an action or exported function: `KvfSeek(f, 0, 2)`.
 struct Call {
   std::string function;
   Nodes arguments;
+  const CFunction* entryPoint = nullptr;                // null: it is an action, or unknown
+  mutable const kvhost::FoundAction* action = nullptr;  // once it was called
 };
 
 // The statements of a block; shared, because a variable may keep the block after its program ended.
-struct BlockBody {
+struct BlockBody : std::enable_shared_from_this<BlockBody> {
+  explicit BlockBody(Nodes nodes) : statements(std::move(nodes)) {}
+
   Nodes statements;
 };
 
@@ -99,6 +109,11 @@ struct Node {
   Position position;
   std::variant<Literal, Variable, Assignment, Send, Call, Block, Brace> content;
   int height = 1;  // nodes on the longest way down, this one included
+
+  // Where the value of a variable, a constant or a block stands, once it was evaluated; null for what
+  // has to be evaluated each time.
+  mutable const Value* known = nullptr;
+  mutable Value constant;
 };
 
 }  // namespace shell

@@ -143,26 +143,26 @@ Value quitWith(Interpreter&, const Value& receiver, Arguments arguments) {
   throw QuitRequest{static_cast<int>(code)};
 }
 
-constexpr std::array MESSAGES = {
-    Message{"begin", sessionBegin},
-    Message{"current", sessionCurrent},
-    Message{"select:", sessionSelect},
-    Message{"end:", sessionEnd},
-    Message{"collectGarbage", collectGarbage},
-    Message{"testPointerFaults:", testPointerFaults},
-    Message{"lastError", lastError},
-    Message{"openDescriptors", openDescriptors},
-    Message{"liveObjects", liveObjects},
-    Message{"processId", processId},
-    Message{"sleep:", sleepMessage},
-    Message{"system:", systemMessage},
-    Message{"help:", helpMessage},
-    Message{"quit", quit},
-    Message{"quit:", quitWith},
+constexpr std::array METHODS = {
+    Method{"begin", sessionBegin},
+    Method{"current", sessionCurrent},
+    Method{"select:", sessionSelect},
+    Method{"end:", sessionEnd},
+    Method{"collectGarbage", collectGarbage},
+    Method{"testPointerFaults:", testPointerFaults},
+    Method{"lastError", lastError},
+    Method{"openDescriptors", openDescriptors},
+    Method{"liveObjects", liveObjects},
+    Method{"processId", processId},
+    Method{"sleep:", sleepMessage},
+    Method{"system:", systemMessage},
+    Method{"help:", helpMessage},
+    Method{"quit", quit},
+    Method{"quit:", quitWith},
 };
 
 }  // namespace
 
-std::span<const Message> systemMessages() { return MESSAGES; }
+std::span<const Method> systemMessages() { return METHODS; }
 
 }  // namespace shell

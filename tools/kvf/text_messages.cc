@@ -167,24 +167,24 @@ Value includes(Interpreter&, const Value& receiver, Arguments arguments) {
       std::string::npos);
 }
 
-constexpr std::array MESSAGES = {
-    Message{"size", sizeMessage},
-    Message{"isEmpty", isEmpty},
-    Message{"at:", at},
-    Message{"at:put:", atPut},
-    Message{"copyFrom:to:", copyFromTo},
-    Message{",", concatenate},
-    Message{"asSymbol", asSymbol},
-    Message{"asString", asString},
-    Message{"asUtf8", asUtf8},
-    Message{"asUtf16", asUtf16},
-    Message{"asByteArray", asByteArray},
-    Message{"sorted", sorted},
-    Message{"includesString:", includes},
+constexpr std::array METHODS = {
+    Method{"size", sizeMessage},
+    Method{"isEmpty", isEmpty},
+    Method{"at:", at},
+    Method{"at:put:", atPut},
+    Method{"copyFrom:to:", copyFromTo},
+    Method{",", concatenate},
+    Method{"asSymbol", asSymbol},
+    Method{"asString", asString},
+    Method{"asUtf8", asUtf8},
+    Method{"asUtf16", asUtf16},
+    Method{"asByteArray", asByteArray},
+    Method{"sorted", sorted},
+    Method{"includesString:", includes},
 };
 
 }  // namespace
 
-std::span<const Message> textMessages() { return MESSAGES; }
+std::span<const Method> textMessages() { return METHODS; }
 
 }  // namespace shell

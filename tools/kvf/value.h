@@ -3,9 +3,8 @@
 
 #include <kvfile/platform/kci.h>
 
-#include "syntax.h"
+#include "position.h"
 
-#include <memory>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -13,18 +12,39 @@
 
 namespace shell {
 
+struct BlockBody;
+
 // An object of the object memory, a block, or one of the two globals that are no objects there.
-// A Value roots nothing by itself; see RootStack.
+// A Value roots nothing by itself (see RootStack) and owns no block: a block lives as long as the
+// statement that it stands in runs, or a variable holds it. It is small, because it is passed about
+// with every step of a program.
 struct Value {
   enum class Kind { Object, Block, Session, Smalltalk } kind = Kind::Object;
-  OopType oop = OOP_NIL;                   // Object
-  std::shared_ptr<const BlockBody> block;  // Block
+  union {
+    OopType oop = OOP_NIL;   // Object; nil for the globals
+    const BlockBody* block;  // Block
+  };
 
-  static Value object(OopType oop) { return {Kind::Object, oop, nullptr}; }
+  static Value object(OopType oop) {
+    Value value;
+    value.oop = oop;
+    return value;
+  }
+  static Value ofBlock(const BlockBody* block) {
+    Value value;
+    value.kind = Kind::Block;
+    value.block = block;
+    return value;
+  }
   static Value boolean(bool truth) { return object(oopFromBool(truth ? TRUE : FALSE)); }
-  static Value global(Kind kind) { return {kind, OOP_NIL, nullptr}; }
+  static Value global(Kind kind) {
+    Value value;
+    value.kind = kind;
+    return value;
+  }
 
   bool isObject() const { return kind == Kind::Object; }
+  bool isSmallInteger() const { return isObject() && oopIsSmallInteger(oop) != 0; }
   bool isBlock() const { return kind == Kind::Block; }
   bool isTrue() const { return isObject() && oop == OOP_TRUE; }
   bool isFalse() const { return isObject() && oop == OOP_FALSE; }
