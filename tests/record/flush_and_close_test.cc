@@ -207,7 +207,7 @@ TEST_F(Close, ClearingIndicatorsLeavesTheRecordsCodes) {
   leaveFailure(record, 5, -3, "kept");
   EXPECT_EQ(std::fputc('x', record->fPtr), EOF);
   ASSERT_NE(std::ferror(record->fPtr), 0);
-  EXPECT_EQ(namesOf(callsDuring([&] { record->kvclearerr(); })), Traffic{"clearerr"});
+  EXPECT_EQ(namesOf(callsDuring([&] { record->kvclearerr(); })), Traffic{"clearerr_unlocked"});
   EXPECT_EQ(std::ferror(record->fPtr), 0);
   EXPECT_EQ(failureOf(record), (Failure{5, -3, "kept"}));
 

@@ -289,7 +289,7 @@ TEST_F(Refill, ClearsTheIndicatorsOfTheStreamFirst) {
   KvFileDataSType* record = openPlainWith("abc", "r");
   const auto calls = callsDuring([&] { record->readIntoBuffer(1, ""); });
   const auto names = namesOf(calls);
-  const auto cleared = std::find(names.begin(), names.end(), "clearerr");
+  const auto cleared = std::find(names.begin(), names.end(), "clearerr_unlocked");
   const auto read = std::find(names.begin(), names.end(), "HostReadFile_");
   ASSERT_NE(cleared, names.end());
   EXPECT_LT(cleared - names.begin(), read - names.begin());
