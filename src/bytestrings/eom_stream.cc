@@ -5,6 +5,7 @@
 
 #include "framework/wrapping.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace kvf {
@@ -15,7 +16,12 @@ void eomReadStreamOpen(OopType oBytes, int64 idx, EomStream* stream) {
   stream->idx = wrappingSubtract(idx, 1);
   stream->bufindex = 0;
   stream->bufbytes = 0;
-  memset(stream->buffer, 0, sizeof stream->buffer);
+}
+
+// What a short fetch leaves out is delivered as 0.
+static void clearLeftOut(EomStream* stream, int64 fetched, int64 wanted) {
+  const int64 from = std::clamp<int64>(fetched, 0, wanted);
+  memset(&stream->buffer[from], 0, static_cast<size_t>(wanted - from));
 }
 
 static BoolType refill(EomStream* stream) {
@@ -23,7 +29,9 @@ static BoolType refill(EomStream* stream) {
   // Far below the object's start the difference wraps to a negative number: that is plenty, too.
   const int64 left = wrappingSubtract(stream->size, stream->idx);
   const int64 wanted = left > 0 && left < EOMBUFFERSIZE ? left : EOMBUFFERSIZE;
-  KciFetchBytes_(stream->obytes, stream->idx + 1, stream->buffer, wanted);
+  const int64 fetched = KciFetchBytes_(stream->obytes, stream->idx + 1, stream->buffer, wanted);
+  // A later one leaves out what the buffer holds already, and never wants more than the first.
+  if (stream->bufbytes == 0) clearLeftOut(stream, fetched, wanted);
   stream->bufbytes = wanted;
   stream->bufindex = 0;
   return TRUE;
