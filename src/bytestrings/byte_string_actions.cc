@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <csetjmp>
+#include <cstring>
 
 namespace kvf {
 
@@ -19,9 +20,11 @@ namespace {
 constexpr size_t BUFSIZE = 4100;  // a line: 1024 fields of four characters, and the line feed
 static_assert(BUFSIZE >= CHUNKSIZE * decimal_field_max + 4);
 
-// Collects values for the target object, which is written once per 2048 of them.
+// Collects values for the target object, which is written once per 2048 of them. There is room for
+// all that a piece of text can hold, so that reading it need not pause at the 2048th.
 struct ByteSink {
-  static constexpr int64 capacity = 2048;
+  static constexpr int64 store_size = 2048;
+  static constexpr int64 capacity = store_size + EOMBUFFERSIZE / 2 + int64{decimal_block};
 
   OopType target;
   int64 amount;      // values asked for
@@ -37,31 +40,35 @@ struct ByteSink {
   }
   int64 total() const { return storeIndex + count - 1; }
   bool isSatisfied() const { return total() >= amount; }
-  void flush() {
-    if (count == 0) return;
-    KciStoreBytesInstanceOf(OOP_NIL, target, storeIndex, buffer, count);
-    storeIndex += count;
-    count = 0;
+  int64 room() const { return std::min(capacity - count, amount - total()); }
+  void store(int64 size) {
+    KciStoreBytesInstanceOf(OOP_NIL, target, storeIndex, buffer, size);
+    storeIndex += size;
+    count -= size;
+  }
+  void storeFull() {
+    if (count < store_size) return;
+    store(store_size);
+    memmove(buffer, &buffer[store_size], static_cast<size_t>(count));
+  }
+  void storeRest() {
+    if (count > 0) store(count);
   }
   void add(uint8 value) {
     buffer[count++] = value;
-    if (count == capacity) flush();
+    storeFull();
   }
 };
 static_assert(std::is_trivially_destructible_v<ByteSink>);
 
-// Reads values out of `text` into the sink; answers the characters consumed.
+// Reads values out of `text`, at most EOMBUFFERSIZE characters, into the sink; answers the
+// characters consumed.
 size_t readValues(DecimalReader* reader, const uint8* text, size_t length, ByteSink* sink) {
-  size_t consumed = 0;
-  while (consumed < length && !sink->isSatisfied() && !reader->stopped()) {
-    const int64 room = std::min(ByteSink::capacity - sink->count, sink->amount - sink->total());
-    const DecimalReader::Result result = reader->read(
-        text + consumed, length - consumed, &sink->buffer[sink->count], static_cast<size_t>(room));
-    consumed += result.consumed;
-    sink->count += static_cast<int64>(result.produced);
-    if (sink->count == ByteSink::capacity) sink->flush();
-  }
-  return consumed;
+  const DecimalReader::Result result =
+      reader->read(text, length, &sink->buffer[sink->count], static_cast<size_t>(sink->room()));
+  sink->count += static_cast<int64>(result.produced);
+  sink->storeFull();
+  return result.consumed;
 }
 
 // One line of text at a time, each printed from one fetch.
@@ -107,7 +114,7 @@ int64 loadFromFile(KvFileDataSType* p, OopType oByteObj, int64 amount) {
     const uint8 character = static_cast<uint8>(c);
     readValues(&reader, &character, 1, &sink);
   }
-  sink.flush();
+  sink.storeRest();
   return sink.total();
 }
 
@@ -137,7 +144,7 @@ BoolType loadFromObject(OopType oByteObj, int64 amount, OopType oSource, int64 s
     sink.add(reader.endValue());
     ++*idx;
   }
-  sink.flush();
+  sink.storeRest();
   return TRUE;
 }
 

@@ -1,5 +1,6 @@
 #include "bytestrings/decimal_text.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -34,8 +35,14 @@ constexpr uint32_t max_digits = 4;
 const DecimalField& decimalField(uint8_t value) { return fields[value]; }
 
 size_t printDecimal(const uint8_t* bytes, size_t count, char* text) {
+  return printDecimal(bytes, count, text, count >= decimal_block ? fastestKernel() : nullptr);
+}
+
+size_t printDecimal(const uint8_t* bytes, size_t count, char* text, const DecimalKernel* kernel) {
+  const size_t inBlocks = kernel != nullptr ? count - count % decimal_block : 0;
   char* out = text;
-  for (size_t i = 0; i < count; ++i) {
+  if (inBlocks > 0) out += kernel->print(bytes, inBlocks, text);
+  for (size_t i = inBlocks; i < count; ++i) {
     // The whole entry is stored, whatever its length: that is one move, and the next field covers
     // what is too much.
     const DecimalField& field = fields[bytes[i]];
@@ -74,10 +81,26 @@ bool DecimalReader::take(int c, uint8_t* value) {
 
 DecimalReader::Result DecimalReader::read(const uint8_t* text, size_t length, uint8_t* out,
                                           size_t capacity) {
+  return read(text, length, out, capacity,
+              windowFits(0, length, capacity) ? fastestKernel() : nullptr);
+}
+
+DecimalReader::Result DecimalReader::read(const uint8_t* text, size_t length, uint8_t* out,
+                                          size_t capacity, const DecimalKernel* kernel) {
   size_t consumed = 0;
   size_t produced = 0;
+  size_t retry = 0;  // the kernel is tried again when so much was consumed
   while (consumed < length && produced < capacity && !stopped_) {
-    if (take(text[consumed++], &out[produced])) ++produced;
+    if (kernel != nullptr && digits_ == 0 && consumed >= retry) {
+      const DecimalProgress done =
+          kernel->parse(text + consumed, length - consumed, out + produced, capacity - produced);
+      consumed += done.consumed;
+      produced += done.produced;
+      // Here stands less than a block, or something in a block that the kernel does not know.
+      retry = consumed + decimal_block;
+    } else if (take(text[consumed++], &out[produced])) {
+      ++produced;
+    }
   }
   const Status status = stopped_              ? Status::Stopped
                         : produced < capacity ? Status::NeedsText

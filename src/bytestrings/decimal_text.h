@@ -2,6 +2,8 @@
 // knows no objects, so that it can be tested and timed by itself.
 #pragma once
 
+#include "bytestrings/decimal_kernels.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
@@ -19,8 +21,11 @@ struct DecimalField {
 const DecimalField& decimalField(uint8_t value);
 
 // Writes the fields of `count` bytes to `text`, which must have room for decimal_field_max bytes
-// each and 4 bytes more. Answers the bytes written.
+// each and 4 bytes more. Answers the bytes written. What fills whole blocks is left to `kernel`,
+// the fastest of this processor unless one is given; null does
+// without.
 size_t printDecimal(const uint8_t* bytes, size_t count, char* text);
+size_t printDecimal(const uint8_t* bytes, size_t count, char* text, const DecimalKernel* kernel);
 
 // Values are separated by spaces, tabs and line feeds.
 inline bool isDecimalSeparator(int c) { return c == ' ' || c == '\t' || c == '\n'; }
@@ -42,8 +47,11 @@ class DecimalReader {
   };
 
   // Consumes text until it ends, `capacity` values were stored at `out`, or a foreign character
-  // came.
+  // came. What is ordinary and fills whole blocks is left to `kernel`, as in printDecimal. All of
+  // the `capacity` places may be overwritten.
   Result read(const uint8_t* text, size_t length, uint8_t* out, size_t capacity);
+  Result read(const uint8_t* text, size_t length, uint8_t* out, size_t capacity,
+              const DecimalKernel* kernel);
 
   // True while digits were read whose value is not stored yet; the end of the text ends such a
   // value.

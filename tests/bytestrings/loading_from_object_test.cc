@@ -228,6 +228,40 @@ TEST_F(LoadObject, StoresExactly2048ValuesOnce) {
   EXPECT_EQ(storesIn(calls), (Ranges{{1, 2048}}));
 }
 
+TEST_F(LoadObject, StoresWhatIsFullBeforeItFetchesOn) {
+  // 2048 values end within each fetch, or each of its last values with the next one's first
+  // character.
+  for (const bool cut : {false, true}) {
+    std::string text = cut ? " " : "";
+    while (text.size() < 3 * 4096) text += "1 ";
+    const OopType source = str(text);
+    const auto calls = callsDuring([&] { loadObject(emptyTarget(), LOTS, source, 1); });
+    std::string order;
+    for (const seam::Call& made : calls) {
+      if (made.name == "KciFetchBytes_") order += "fetch ";
+      if (made.name == "KciStoreBytesInstanceOf") order += "store ";
+    }
+    EXPECT_EQ(order, cut ? "fetch fetch store fetch store fetch store "
+                         : "fetch store fetch store fetch store ");
+  }
+}
+
+TEST_F(LoadObject, EndsAtAnyAmountAroundWhatIsStoredAtOnce) {
+  std::string dense;
+  while (dense.size() < 3 * 4096) dense += "1 2\n33\t4 ";
+  const std::string ordinary = modelPrint(std::string(5000, '\xC8'));
+  for (const std::string& text : {dense, ordinary}) {
+    for (const int64_t around : {1, 33, 64, 1024, 2048, 4096}) {
+      for (int64_t amount = around - 34; amount <= around + 34; ++amount) {
+        const ModelLoad model = modelLoadObject(text, 1, amount);
+        const Loaded loaded = load(text, amount);
+        ASSERT_EQ(loaded.answer, smallInt(model.answer.value_or(-1))) << amount;
+        ASSERT_EQ(loaded.stored, model.stored) << amount;
+      }
+    }
+  }
+}
+
 TEST_F(LoadObject, TakesValuesThatTheFetchBufferCuts) {
   for (size_t pad = 4080; pad <= 4100; ++pad) {
     for (const char* values : {"200 201 202", "1234567 8", "12345", "7", "x", "1 \r 2"}) {
@@ -268,6 +302,16 @@ TEST_F(LoadObject, BytesThatAFetchLeftOutAreZero) {
   const Loaded loaded = load("1 2 3");
   EXPECT_EQ(loaded.answer, smallInt(2));
   EXPECT_EQ(loaded.stored, "");
+}
+
+TEST_F(LoadObject, BytesThatALaterFetchLeftOutAreThoseFetchedBefore) {
+  std::string text;
+  while (text.size() < 4096) text += "1 ";
+  while (text.size() < 2 * 4096) text += "2 ";
+  seam::addFault({"KciFetchBytes_", 2, false, seam::Fault::Kind::Result, 0});
+  const Loaded loaded = load(text);
+  EXPECT_EQ(loaded.answer, smallInt(2 * 4096 + 1));
+  EXPECT_EQ(loaded.stored, std::string(4096, '\1'));
 }
 
 TEST_F(LoadObject, AnyErrorOfTheInterfaceIsNil) {
