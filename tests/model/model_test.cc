@@ -1,0 +1,90 @@
+// Compares the module with a second implementation of its rules on random sequences of steps.
+//
+//   model_test --operations N --seed S --size B
+//
+// B is the size of the module's read buffer, 16, 64 or 4096: each has a program of its own, which
+// the one for 4096 starts. Without --size all three run, each a third of the operations.
+#include "model/runner.h"
+
+#include <CLI/CLI.hpp>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr model::int64 OWN_SIZE = MODEL_READ_BUF_SIZE;
+
+// The program for another size stands beside this one.
+int runOther(model::int64 size, const model::RunOptions& options) {
+  const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
+  const std::string program = self.parent_path() / ("model_test_" + std::to_string(size));
+  const std::vector<std::string> words = {program,
+                                          "--operations",
+                                          std::to_string(options.operations),
+                                          "--seed",
+                                          std::to_string(options.seed),
+                                          "--first",
+                                          std::to_string(options.firstSequence),
+                                          "--transcript",
+                                          options.transcript,
+                                          "--size",
+                                          std::to_string(size)};
+  std::vector<char*> arguments;
+  for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    execv(program.c_str(), arguments.data());
+    _exit(2);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 2;
+}
+
+int runOwn(const model::RunOptions& options) {
+  const model::RunResult result = model::runModel(options);
+  std::printf("model: buffer size %lld, seed %llu, %lld steps in %.1f s (%.0f a second), %s\n",
+              static_cast<long long>(options.bufferSize),
+              static_cast<unsigned long long>(options.seed),
+              static_cast<long long>(result.operations), result.seconds,
+              static_cast<double>(result.operations) / result.seconds,
+              result.passed ? "no difference" : "DIFFERENT");
+  if (!result.passed) std::printf("%s", result.report.c_str());
+  std::fflush(stdout);
+  return result.passed ? 0 : 1;
+}
+
+int run(const model::RunOptions& options) {
+  return options.bufferSize == OWN_SIZE ? runOwn(options) : runOther(options.bufferSize, options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Compares the file module with a model of it on random steps.");
+  model::RunOptions options;
+  options.bufferSize = 0;
+  app.add_option("--operations", options.operations, "steps to perform, over all sizes")
+      ->check(CLI::PositiveNumber);
+  app.add_option("--seed", options.seed, "what the sequences follow from");
+  app.add_option("--first", options.firstSequence, "the sequence to begin with");
+  app.add_option("--size", options.bufferSize, "the read buffer's size")
+      ->check(CLI::IsMember({16, 64, 4096}));
+  app.add_option("--transcript", options.transcript, "where the transcript of a failure goes");
+  CLI11_PARSE(app, argc, argv);
+  if (options.bufferSize != 0) return run(options);
+  options.operations = (options.operations + 2) / 3;
+  int worst = 0;
+  for (const model::int64 size : {16, 64, 4096}) {
+    options.bufferSize = size;
+    worst = std::max(worst, run(options));
+  }
+  return worst;
+}
