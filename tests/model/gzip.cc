@@ -140,14 +140,25 @@ int64 GzipReader::read(int64 count, std::string* bytes) {
   return count - left;
 }
 
+// A byte that is ready is taken at once, even where a seek before it waits to be carried out.
 int GzipReader::getByte() {
   std::string one;
-  return read(1, &one) == 1 ? static_cast<unsigned char>(one[0]) : -1;
+  if (ready() > 0) {
+    one = output_[passed_];
+    pass(1);
+  } else if (read(1, &one) != 1) {
+    return -1;
+  }
+  return static_cast<unsigned char>(one[0]);
 }
 
-void GzipReader::ungetByte() {
+void GzipReader::ungetByte(int byte) {
   if (state_ == State::Unknown && ready() == 0) look();
-  pass(-1);
+  if (!skipGap()) return;
+  output_.erase(0, passed_);
+  passed_ = 0;
+  output_.insert(output_.begin(), static_cast<char>(byte));
+  --position_;
 }
 
 void GzipReader::rewind() {

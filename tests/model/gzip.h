@@ -32,7 +32,7 @@ class GzipHandle {
 
   virtual int64 read(int64 count, std::string* bytes) = 0;  // -1: failed
   virtual int getByte() = 0;                                // -1: none
-  virtual void ungetByte() = 0;                             // the one that was got last
+  virtual void ungetByte(int byte) = 0;                     // the one that was got last
   virtual int64 write(std::string_view bytes) = 0;          // 0: nothing written
   virtual int64 seek(int64 offset, int whence) = 0;         // -1: refused
   virtual int flush() = 0;                                  // 0, or a code
@@ -73,7 +73,7 @@ class GzipReader : public GzipHandle {
 
   int64 read(int64 count, std::string* bytes) override;
   int getByte() override;
-  void ungetByte() override;
+  void ungetByte(int byte) override;
   int64 write(std::string_view) override { return 0; }
   int64 seek(int64 offset, int whence) override;
   int flush() override { return GZIP_STREAM_ERROR; }
@@ -124,7 +124,7 @@ class GzipWriter : public GzipHandle {
 
   int64 read(int64, std::string*) override { return -1; }
   int getByte() override { return -1; }
-  void ungetByte() override {}
+  void ungetByte(int) override {}
   int64 write(std::string_view bytes) override;
   int64 seek(int64 offset, int whence) override;
   int flush() override;

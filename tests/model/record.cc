@@ -188,8 +188,9 @@ LineEnd Record::readToLineEnd(std::string_view lineEnd, bool endIsError, std::st
 bool Record::gzipAtEnd() {
   if (writable_) return true;
   if (readsAhead() && ahead() != 0) return false;
-  if (handle_->getByte() < 0) return true;
-  handle_->ungetByte();
+  const int byte = handle_->getByte();
+  if (byte < 0) return true;
+  handle_->ungetByte(byte);
   return false;
 }
 
