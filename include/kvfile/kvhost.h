@@ -89,6 +89,7 @@ Outcome callAction(const char* name, const OopType* args, int count);
 struct FoundAction;
 const FoundAction* findAction(std::string_view name);
 Outcome callAction(const FoundAction& action, const OopType* args, int count);
+const char* nameOf(const FoundAction& action);
 
 // Runs `body(context)` so that a raise within it ends it; for the module's C entry points. Frames of
 // `body` must hold nothing that needs destruction.

@@ -113,6 +113,8 @@ constexpr std::array<Invoker, KCI_MAX_ACTION_ARGS + 1> INVOKERS = {invoke<0>, in
 
 namespace kvhost {
 
+const char* nameOf(const FoundAction& action) { return action.name.c_str(); }
+
 const FoundAction* findAction(std::string_view name) { return interface::actionTable().find(name); }
 
 Outcome callAction(const FoundAction& action, const OopType* args, int count) {

@@ -1,4 +1,4 @@
-// gzip files seen from beside zlib's own functions for files: what a damaged or unfinished one still
+// Gzip files seen from beside zlib's own functions for files: what a damaged or unfinished one still
 // holds, and handles whose descriptor begins to refuse.
 #pragma once
 

@@ -9,10 +9,12 @@
 #include <cstdio>
 
 // The names are the linker's.
-kvhost::Outcome realCallAction(const char* name, const OopType* args,
-                               int count) asm("__real__ZN6kvhost10callActionEPKcPKmi");
-kvhost::Outcome wrappedCallAction(const char* name, const OopType* args,
-                                  int count) asm("__wrap__ZN6kvhost10callActionEPKcPKmi");
+kvhost::Outcome realCallAction(
+    const kvhost::FoundAction& action, const OopType* args,
+    int count) asm("__real__ZN6kvhost10callActionERKNS_11FoundActionEPKmi");
+kvhost::Outcome wrappedCallAction(
+    const kvhost::FoundAction& action, const OopType* args,
+    int count) asm("__wrap__ZN6kvhost10callActionERKNS_11FoundActionEPKmi");
 extern "C" OopType __real_KvfTestClientHandler(  // NOLINT(bugprone-reserved-identifier)
     OopType oClass);
 
@@ -26,10 +28,11 @@ void mark(const char* what, const char* action) {
 
 }  // namespace
 
-kvhost::Outcome wrappedCallAction(const char* name, const OopType* args, int count) {
-  mark("begin", name);
-  const kvhost::Outcome outcome = realCallAction(name, args, count);
-  mark("end", name);
+kvhost::Outcome wrappedCallAction(const kvhost::FoundAction& action, const OopType* args,
+                                  int count) {
+  mark("begin", kvhost::nameOf(action));
+  const kvhost::Outcome outcome = realCallAction(action, args, count);
+  mark("end", kvhost::nameOf(action));
   return outcome;
 }
 
