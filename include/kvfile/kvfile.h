@@ -56,8 +56,10 @@ void KvfShutdown(int sessionId);
  * `sessId` below 1 means the current session. TRUE when all were written, 0 or fewer bytes
  * included; FALSE for a failed write, with the error in the record, and for nil and a closed file,
  * which store none. Each write is given the same start of `buffer` and the same length, so a host
- * that writes short repeats bytes. Raises 4100 (no session or no map) and 2364 (file not
- * registered). May block as a write does. */
+ * that writes short repeats bytes. After FALSE for 8192 bytes or more to a gzip file, leave `buffer`
+ * as it is until the file is closed or opened again: zlib still points into it, and may read it
+ * then. Raises 4100 (no session or no map) and 2364 (file not registered). May block as a write
+ * does. */
 BoolType KvFileWrite(OopType oFile, const ByteType* buffer, intptr_t numBytes, int sessId);
 
 /* Reads up to `numBytes` bytes into `buffer`: bytes read ahead first, then one read of the host.
