@@ -253,6 +253,13 @@ class Sources(unittest.TestCase):
             if len(text) > 10:  # the short forms are patterns, which others may share
                 self.assertEqual(len(re.findall(r"(?<!\w)" + re.escape(text), whole)), 1, text)
 
+    def test_every_planted_fault_has_its_place(self):
+        sys.path.insert(0, str(SOURCE / "tests" / "planted_faults"))
+        import plant
+        gone = [f"{file}: {text}" for file, text, _, _ in plant.FAULTS
+                if (MODULE / file).read_text().count(text) != 1]
+        self.assertEqual(gone, [])
+
     def test_module_neither_throws_nor_catches(self):
         for source in module_sources():
             code = re.sub(r"//.*|/\*.*?\*/", "", source.read_text())
