@@ -18,19 +18,19 @@ namespace kvf {
 namespace {
 
 constexpr size_t BUFSIZE = 4100;  // a line: 1024 fields of four characters, and the line feed
-static_assert(BUFSIZE >= CHUNKSIZE * decimal_field_max + 4);
+static_assert(BUFSIZE >= CHUNKSIZE * DECIMAL_FIELD_MAX + 4);
 
 // Collects values for the target object, which is written once per 2048 of them. There is room for
 // all that a piece of text can hold, so that reading it need not pause at the 2048th.
 struct ByteSink {
-  static constexpr int64 store_size = 2048;
-  static constexpr int64 capacity = store_size + EOMBUFFERSIZE / 2 + int64{decimal_block};
+  static constexpr int64 STORE_SIZE = 2048;
+  static constexpr int64 CAPACITY = STORE_SIZE + EOMBUFFERSIZE / 2 + int64{DECIMAL_BLOCK};
 
   OopType target;
   int64 amount;      // values asked for
   int64 storeIndex;  // 1-based index in the target of buffer[0]
   int64 count;
-  uint8 buffer[capacity];
+  uint8 buffer[CAPACITY];
 
   void open(OopType oByteObj, int64 wanted) {
     target = oByteObj;
@@ -40,16 +40,16 @@ struct ByteSink {
   }
   int64 total() const { return storeIndex + count - 1; }
   bool isSatisfied() const { return total() >= amount; }
-  int64 room() const { return std::min(capacity - count, amount - total()); }
+  int64 room() const { return std::min(CAPACITY - count, amount - total()); }
   void store(int64 size) {
     KciStoreBytesInstanceOf(OOP_NIL, target, storeIndex, buffer, size);
     storeIndex += size;
     count -= size;
   }
   void storeFull() {
-    if (count < store_size) return;
-    store(store_size);
-    memmove(buffer, &buffer[store_size], static_cast<size_t>(count));
+    if (count < STORE_SIZE) return;
+    store(STORE_SIZE);
+    memmove(buffer, &buffer[STORE_SIZE], static_cast<size_t>(count));
   }
   void storeRest() {
     if (count > 0) store(count);

@@ -39,7 +39,7 @@ constexpr Shuffles makeShuffles() {
   return made;
 }
 
-constexpr Shuffles shuffles = makeShuffles();
+constexpr Shuffles SHUFFLES = makeShuffles();
 
 KVF_AVX2 inline __m256i all(int byte) { return _mm256_set1_epi8(static_cast<char>(byte)); }
 
@@ -66,7 +66,7 @@ KVF_AVX2 inline __m256i tensAndOnes(__m256i numbers) {
 }
 
 KVF_AVX2 inline char* storeFourFields(__m128i fields, uint64_t pattern, char* out) {
-  const __m128i moved = _mm_shuffle_epi8(fields, load16(shuffles.ofFields[pattern]));
+  const __m128i moved = _mm_shuffle_epi8(fields, load16(SHUFFLES.ofFields[pattern]));
   _mm_storeu_si128(static_cast<__m128i*>(static_cast<void*>(out)), moved);
   return out + 8 + _mm_popcnt_u64(pattern);
 }
@@ -105,8 +105,8 @@ KVF_AVX2 inline char* printHalfBlock(const uint8_t* bytes, char* out) {
   return storeFields(_mm256_unpackhi_epi16(frontHigh, backHigh), high >> 8, out);
 }
 
-constexpr NibbleTable digit_hundreds = digitsTimes(100);
-constexpr NibbleTable digit_thousands = digitsTimes(1000);
+constexpr NibbleTable DIGIT_HUNDREDS = digitsTimes(100);
+constexpr NibbleTable DIGIT_THOUSANDS = digitsTimes(1000);
 
 KVF_AVX2 inline __m256i lookUp(const NibbleTable& table, __m256i nibbles) {
   return _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(load16(&table)), nibbles);
@@ -124,7 +124,7 @@ KVF_AVX2 inline uint64_t highestBits(__m256i low, __m256i high) {
 // 0 for separators, the character for others.
 KVF_AVX2 inline __m256i otherThanSeparators(__m256i half) {
   const __m256i character = _mm256_add_epi8(half, all('0'));
-  const __m256i isSeparator = _mm256_cmpeq_epi8(lookUp(decimal_separators, character), character);
+  const __m256i isSeparator = _mm256_cmpeq_epi8(lookUp(DECIMAL_SEPARATORS, character), character);
   return _mm256_andnot_si256(isSeparator, half);
 }
 
@@ -147,9 +147,9 @@ KVF_AVX2 inline __m256i sumsOf(__m256i half, __m256i previous) {
   hundreds = _mm256_or_si256(hundreds, _mm256_and_si256(tens, separatorBit));
   __m256i thousands = _mm256_alignr_epi8(half, previous, 13);
   thousands = _mm256_or_si256(thousands, _mm256_and_si256(hundreds, separatorBit));
-  const __m256i low = _mm256_add_epi8(half, lookUp(digit_tens, tens));
+  const __m256i low = _mm256_add_epi8(half, lookUp(DIGIT_TENS, tens));
   const __m256i high =
-      _mm256_add_epi8(lookUp(digit_hundreds, hundreds), lookUp(digit_thousands, thousands));
+      _mm256_add_epi8(lookUp(DIGIT_HUNDREDS, hundreds), lookUp(DIGIT_THOUSANDS, thousands));
   return _mm256_add_epi8(low, high);
 }
 
@@ -161,7 +161,7 @@ KVF_AVX2 inline __m256i joinPairs(__m256i low, __m256i high) {
 }
 
 KVF_AVX2 inline uint8_t* storeEight(__m128i values, uint64_t wanted, uint8_t* out) {
-  const void* from = shuffles.ofBytes[wanted];
+  const void* from = SHUFFLES.ofBytes[wanted];
   const __m128i moved =
       _mm_shuffle_epi8(values, _mm_loadl_epi64(static_cast<const __m128i*>(from)));
   _mm_storel_epi64(static_cast<__m128i*>(static_cast<void*>(out)), moved);
@@ -181,7 +181,7 @@ KVF_AVX2 inline uint8_t* storeWanted(__m256i values, uint32_t wanted, uint8_t* o
 
 KVF_AVX2 size_t printDecimalAvx2(const uint8_t* bytes, size_t count, char* text) {
   char* out = text;
-  for (size_t i = 0; i < count; i += decimal_block / 2) out = printHalfBlock(bytes + i, out);
+  for (size_t i = 0; i < count; i += DECIMAL_BLOCK / 2) out = printHalfBlock(bytes + i, out);
   return static_cast<size_t>(out - text);
 }
 
@@ -207,7 +207,7 @@ KVF_AVX2 DecimalProgress parseDecimalAvx2(const uint8_t* text, size_t length, ui
                       ~uint32_t{0} << (done.consumed - at) / 2;
     uint8_t* const end = storeWanted(values, ends, out + done.produced);
     done.produced = static_cast<size_t>(end - out);
-    done.consumed = at + decimal_block - static_cast<size_t>(__builtin_clzll(isSeparator));
+    done.consumed = at + DECIMAL_BLOCK - static_cast<size_t>(__builtin_clzll(isSeparator));
   }
   return done;
 }

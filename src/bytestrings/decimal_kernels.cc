@@ -8,7 +8,7 @@ namespace kvf {
 namespace {
 
 // Each processor that can run one of them can run those behind it.
-constexpr DecimalKernel kernels[] = {{"vbmi2", printDecimalVbmi2, parseDecimalVbmi2},
+constexpr DecimalKernel KERNELS[] = {{"vbmi2", printDecimalVbmi2, parseDecimalVbmi2},
                                      {"avx2", printDecimalAvx2, parseDecimalAvx2}};
 
 bool hasAvx2() { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt"); }
@@ -22,7 +22,7 @@ bool hasVbmi2() {
 }  // namespace
 
 std::span<const DecimalKernel> usableKernels() {
-  const std::span<const DecimalKernel> all = kernels;
+  const std::span<const DecimalKernel> all = KERNELS;
   if (hasVbmi2()) return all;
   return all.last(hasAvx2() ? 1 : 0);
 }

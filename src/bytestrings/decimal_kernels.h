@@ -19,11 +19,11 @@
 
 namespace kvf {
 
-inline constexpr size_t decimal_block = 64;  // bytes to print, characters to parse
+inline constexpr size_t DECIMAL_BLOCK = 64;  // bytes to print, characters to parse
 
 // A block of characters holds half as many values at most. With one place more there is room left
 // behind the last of them, so that the separators that follow it may be consumed.
-inline constexpr size_t decimal_block_room = decimal_block / 2 + 1;
+inline constexpr size_t DECIMAL_BLOCK_ROOM = DECIMAL_BLOCK / 2 + 1;
 
 struct DecimalProgress {
   size_t consumed;  // characters of the text
@@ -33,13 +33,13 @@ struct DecimalProgress {
 struct DecimalKernel {
   const char* name;
 
-  // Writes the fields of `count` bytes, a multiple of decimal_block, to `text`, which has room for
-  // decimal_field_max characters each; answers the characters written. Reads these bytes only, and
+  // Writes the fields of `count` bytes, a multiple of DECIMAL_BLOCK, to `text`, which has room for
+  // DECIMAL_FIELD_MAX characters each; answers the characters written. Reads these bytes only, and
   // may overwrite all of that room.
   size_t (*print)(const uint8_t* bytes, size_t count, char* text);
 
   // Reads values from `text`, which begins outside a value, while a block is left to read, there
-  // is room for decimal_block_room values, and nothing comes but separators and values of one to
+  // is room for DECIMAL_BLOCK_ROOM values, and nothing comes but separators and values of one to
   // four digits. Ends outside a value. Nothing is consumed where the first block is not that
   // ordinary. Reads `length` characters only, none before and none behind, and may overwrite the
   // `capacity` bytes at `out`.
@@ -66,14 +66,14 @@ DecimalProgress parseDecimalAvx2(const uint8_t* text, size_t length, uint8_t* ou
 
 // Whether a window at `at` lies within the text and the values of a window within the room.
 inline bool windowFits(size_t at, size_t length, size_t room) {
-  return at + decimal_block <= length && room >= decimal_block_room;
+  return at + DECIMAL_BLOCK <= length && room >= DECIMAL_BLOCK_ROOM;
 }
 
 // The next window begins with the last four characters of this one: a value that is not delivered
 // yet has no more digits there. The last window ends with the text.
 inline size_t nextWindow(size_t at, size_t length) {
-  const size_t last = length - decimal_block;
-  return at == last ? length : std::min(at + decimal_block - 4, last);
+  const size_t last = length - DECIMAL_BLOCK;
+  return at == last ? length : std::min(at + DECIMAL_BLOCK - 4, last);
 }
 
 // The characters of a window, one a bit, that are the fifth digit of a run or a later one.
@@ -95,10 +95,10 @@ constexpr NibbleTable digitsTimes(unsigned factor) {
   }
   return table;
 }
-inline constexpr NibbleTable digit_tens = digitsTimes(10);
+inline constexpr NibbleTable DIGIT_TENS = digitsTimes(10);
 
 // The separators. No other character equals its entry.
-inline constexpr NibbleTable decimal_separators = {
+inline constexpr NibbleTable DECIMAL_SEPARATORS = {
     {' ', 0, 0, 0, 0, 0, 0, 0, 0, '\t', '\n', 0, 0, 0, 0, 0}};
 
 }  // namespace kvf

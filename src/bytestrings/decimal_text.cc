@@ -25,27 +25,27 @@ constexpr std::array<DecimalField, 256> makeFields() {
   return fields;
 }
 
-constexpr std::array<DecimalField, 256> fields = makeFields();
+constexpr std::array<DecimalField, 256> FIELDS = makeFields();
 static_assert(sizeof(DecimalField) == 8);
 
-constexpr uint32_t max_digits = 4;
+constexpr uint32_t MAX_DIGITS = 4;
 
 }  // namespace
 
-const DecimalField& decimalField(uint8_t value) { return fields[value]; }
+const DecimalField& decimalField(uint8_t value) { return FIELDS[value]; }
 
 size_t printDecimal(const uint8_t* bytes, size_t count, char* text) {
-  return printDecimal(bytes, count, text, count >= decimal_block ? fastestKernel() : nullptr);
+  return printDecimal(bytes, count, text, count >= DECIMAL_BLOCK ? fastestKernel() : nullptr);
 }
 
 size_t printDecimal(const uint8_t* bytes, size_t count, char* text, const DecimalKernel* kernel) {
-  const size_t inBlocks = kernel != nullptr ? count - count % decimal_block : 0;
+  const size_t inBlocks = kernel != nullptr ? count - count % DECIMAL_BLOCK : 0;
   char* out = text;
   if (inBlocks > 0) out += kernel->print(bytes, inBlocks, text);
   for (size_t i = inBlocks; i < count; ++i) {
     // The whole entry is stored, whatever its length: that is one move, and the next field covers
     // what is too much.
-    const DecimalField& field = fields[bytes[i]];
+    const DecimalField& field = FIELDS[bytes[i]];
     memcpy(out, &field, sizeof field);
     out += field.length;
   }
@@ -61,7 +61,7 @@ uint8_t DecimalReader::endValue() {
 // Consumes one character; true when it ended a value, which is then stored.
 bool DecimalReader::take(int c, uint8_t* value) {
   const bool digit = isDecimalDigit(c);
-  if (digit && digits_ > 0 && digits_ < max_digits) {
+  if (digit && digits_ > 0 && digits_ < MAX_DIGITS) {
     value_ = value_ * 10 + static_cast<uint32_t>(c - '0');
     ++digits_;
     begunByFifthDigit_ = false;
@@ -97,7 +97,7 @@ DecimalReader::Result DecimalReader::read(const uint8_t* text, size_t length, ui
       consumed += done.consumed;
       produced += done.produced;
       // Here stands less than a block, or something in a block that the kernel does not know.
-      retry = consumed + decimal_block;
+      retry = consumed + DECIMAL_BLOCK;
     } else if (take(text[consumed++], &out[produced])) {
       ++produced;
     }

@@ -11,7 +11,7 @@
 namespace kvf {
 
 inline constexpr int64_t CHUNKSIZE = 1024;      // bytes that are fetched and printed at a time
-inline constexpr size_t decimal_field_max = 4;  // three digits and a space
+inline constexpr size_t DECIMAL_FIELD_MAX = 4;  // three digits and a space
 
 // One byte as text: its decimal value without leading zeros and one space.
 struct DecimalField {
@@ -20,7 +20,7 @@ struct DecimalField {
 };
 const DecimalField& decimalField(uint8_t value);
 
-// Writes the fields of `count` bytes to `text`, which must have room for decimal_field_max bytes
+// Writes the fields of `count` bytes to `text`, which must have room for DECIMAL_FIELD_MAX bytes
 // each and 4 bytes more. Answers the bytes written. What fills whole blocks is left to `kernel`,
 // the fastest of this processor unless one is given; null does
 // without.

@@ -32,7 +32,7 @@ constexpr Tables makeTables() {
   return made;
 }
 
-constexpr Tables tables = makeTables();
+constexpr Tables TABLES = makeTables();
 
 KVF_VBMI2 inline __m512i lookUp(const uint8_t (&table)[128], __m512i numbers) {
   return _mm512_permutex2var_epi8(_mm512_load_si512(&table[0]), numbers,
@@ -62,8 +62,8 @@ KVF_VBMI2 inline char* printBlock(const uint8_t* bytes, char* out) {
 
   const __m512i hundreds =
       _mm512_mask_set1_epi8(_mm512_maskz_set1_epi8(from100, '1'), from200, '2');
-  const __m512i tens = _mm512_maskz_mov_epi8(from10, lookUp(tables.tens, below100));
-  const __m512i ones = lookUp(tables.ones, below100);
+  const __m512i tens = _mm512_maskz_mov_epi8(from10, lookUp(TABLES.tens, below100));
+  const __m512i ones = lookUp(TABLES.ones, below100);
   const __m512i space = _mm512_set1_epi8(' ');
   const __m512i frontLow = _mm512_unpacklo_epi8(hundreds, tens);
   const __m512i frontHigh = _mm512_unpackhi_epi8(hundreds, tens);
@@ -87,17 +87,17 @@ KVF_VBMI2 inline __m512i sumsOf(const uint8_t* window, __m512i digit, __mmask64 
   const __mmask64 isThird = isSecond & isDigit << 2;
   // The characters before. What lies before the window is masked out, and so not read.
   const __m512i tens = _mm512_maskz_loadu_epi8(isSecond, window - 1);
-  const __m512i sum = _mm512_add_epi8(digit, lookUp(digit_tens, tens));
+  const __m512i sum = _mm512_add_epi8(digit, lookUp(DIGIT_TENS, tens));
   const __m512i hundreds =
-      _mm512_maskz_permutexvar_epi8(isThird, _mm512_load_si512(tables.twoBefore), sum);
-  return _mm512_add_epi8(sum, lookUp(tables.hundredfold, hundreds));
+      _mm512_maskz_permutexvar_epi8(isThird, _mm512_load_si512(TABLES.twoBefore), sum);
+  return _mm512_add_epi8(sum, lookUp(TABLES.hundredfold, hundreds));
 }
 
 }  // namespace
 
 KVF_VBMI2 size_t printDecimalVbmi2(const uint8_t* bytes, size_t count, char* text) {
   char* out = text;
-  for (size_t i = 0; i < count; i += decimal_block) out = printBlock(bytes + i, out);
+  for (size_t i = 0; i < count; i += DECIMAL_BLOCK) out = printBlock(bytes + i, out);
   return static_cast<size_t>(out - text);
 }
 
@@ -110,7 +110,7 @@ KVF_VBMI2 DecimalProgress parseDecimalVbmi2(const uint8_t* text, size_t length, 
     const __m512i digit = _mm512_sub_epi8(character, _mm512_set1_epi8('0'));
     const __mmask64 isDigit = _mm512_cmple_epu8_mask(digit, _mm512_set1_epi8(9));
     const __mmask64 isSeparator =
-        _mm512_cmpeq_epi8_mask(lookUp(decimal_separators, character), character);
+        _mm512_cmpeq_epi8_mask(lookUp(DECIMAL_SEPARATORS, character), character);
     if (~(isDigit | isSeparator) != 0 || fifthDigits(isDigit) != 0) break;
 
     const __m512i sums = sumsOf(text + at, digit, isDigit);
@@ -118,7 +118,7 @@ KVF_VBMI2 DecimalProgress parseDecimalVbmi2(const uint8_t* text, size_t length, 
     const __m512i values = _mm512_maskz_compress_epi8(ends, sums);
     _mm512_mask_storeu_epi64(out + done.produced, 0xF, values);  // 32 bytes
     done.produced += static_cast<size_t>(_mm_popcnt_u64(ends));
-    done.consumed = at + decimal_block - static_cast<size_t>(__builtin_clzll(isSeparator));
+    done.consumed = at + DECIMAL_BLOCK - static_cast<size_t>(__builtin_clzll(isSeparator));
   }
   return done;
 }

@@ -6,13 +6,13 @@
 
 namespace kvf {
 
-static constexpr unsigned actionFlags = UAFLAG_SYSTEM | UAFLAG_KVFILE;
+static constexpr unsigned ACTION_FLAGS = UAFLAG_SYSTEM | UAFLAG_KVFILE;
 
 // All functions of C are convertible to one another and back; the caller restores the arity.
 template <typename Function>
 static BoolType declareAction(const char* name, Function* function, int count) {
   const auto plain = reinterpret_cast<KciActionFnType>(reinterpret_cast<void (*)()>(function));
-  return KciDeclareAction(name, plain, count, actionFlags, TRUE) ? TRUE : FALSE;
+  return KciDeclareAction(name, plain, count, ACTION_FLAGS, TRUE) ? TRUE : FALSE;
 }
 
 // Every row is declared even after one failed, so that the other actions are there.

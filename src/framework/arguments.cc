@@ -13,10 +13,10 @@ BoolType isUtf16(OopType oPath) { return KciIsKindOfClass(oPath, OOP_CLASS_UTF16
 
 // Reached only where a raise comes back: the refusal of UTF-16 paths has been raised before.
 static BoolType fetchUtf16Path(OopType oPath, KvfPath* dest) {
-  constexpr int64 max_bytes = 4094;
+  constexpr int64 MAX_BYTES = 4094;
   dest->isUtf16 = TRUE;
-  const int64 count = KciFetchBytes_(oPath, 1, reinterpret_cast<ByteType*>(dest->path), max_bytes);
-  if (count < 0 || count >= max_bytes || (count & 1) != 0) {
+  const int64 count = KciFetchBytes_(oPath, 1, reinterpret_cast<ByteType*>(dest->path), MAX_BYTES);
+  if (count < 0 || count >= MAX_BYTES || (count & 1) != 0) {
     raiseError(KVF_ERR_ARGUMENT_RANGE, oPath);
     return FALSE;
   }
@@ -41,13 +41,13 @@ BoolType fetchPath(OopType oPath, KvfPath* dest) {
   }
   OopType converted = OOP_NIL;
   const int64 count = KciFetchUtf8Bytes_(oPath, 1, reinterpret_cast<ByteType*>(dest->path),
-                                         KvfPath::max_utf8_bytes + 1, &converted, 0);
+                                         KvfPath::MAX_UTF8_BYTES + 1, &converted, 0);
   if (count <= 0) {
     raiseNoPathText(oPath);
     return FALSE;
   }
   if (converted != OOP_NIL) KciReleaseOops(&converted, 1);
-  if (count > KvfPath::max_utf8_bytes) {
+  if (count > KvfPath::MAX_UTF8_BYTES) {
     raiseError(KVF_ERR_ARGUMENT_RANGE, oPath);
     return FALSE;
   }

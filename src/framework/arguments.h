@@ -11,7 +11,7 @@ namespace kvf {
 
 // A path argument.
 struct KvfPath {
-  static constexpr int max_utf8_bytes = 4095;  // the longest path accepted, without its NUL
+  static constexpr int MAX_UTF8_BYTES = 4095;  // the longest path accepted, without its NUL
 
   int sizeBytes = 0;         // without the terminator
   BoolType isUtf16 = FALSE;  // never true on this platform, where such paths are refused

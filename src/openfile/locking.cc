@@ -25,7 +25,7 @@ namespace kvf {
 
 namespace {
 
-constexpr size_t query_text_size = 256;
+constexpr size_t QUERY_TEXT_SIZE = 256;
 
 // A range to lock, and how; what an action does not take stays 0.
 struct LockRequest {
@@ -92,7 +92,7 @@ OopType answerConflict(OopType array, const KvFileDataSType* p, const struct flo
   KciStoreOop(array, 1, OOP_FALSE);
   KciStoreOop(array, 2, KciNewSymbol(info.l_type == 1 ? "writeLock" : "readLock"));
   const int fd = p->fPtr == nullptr ? -1 : fileno(p->fPtr);
-  const int64 start = computeFilePosition(fd, &info, errMsg, query_text_size);
+  const int64 start = computeFilePosition(fd, &info, errMsg, QUERY_TEXT_SIZE);
   if (start == -1) return KciNewString(errMsg);
   KciStoreOop(array, 3, KciI64ToOop(start));
   KciStoreOop(array, 4, KciI64ToOop(info.l_len));
@@ -101,8 +101,8 @@ OopType answerConflict(OopType array, const KvFileDataSType* p, const struct flo
 }
 
 OopType queryLock(const LockRequest& request) {
-  constexpr short unlocked = 2;
-  char errMsg[query_text_size];
+  constexpr short UNLOCKED = 2;
+  char errMsg[QUERY_TEXT_SIZE];
   errMsg[0] = '\0';
   struct flock64 info;
   memset(&info, 0, sizeof info);
@@ -111,7 +111,7 @@ OopType queryLock(const LockRequest& request) {
   errMsg[sizeof errMsg - 1] = '\0';
   if (status != 1) return KciNewString(errMsg);
   const OopType array = KciNewOop(OOP_CLASS_ARRAY);
-  if (info.l_type == unlocked) return answerFreeRange(array);
+  if (info.l_type == UNLOCKED) return answerFreeRange(array);
   return answerConflict(array, request.record, info, errMsg);
 }
 

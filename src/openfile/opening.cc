@@ -18,11 +18,11 @@ namespace kvf {
 
 namespace {
 
-constexpr size_t mode_buf_size = 8;
+constexpr size_t MODE_BUF_SIZE = 8;
 
 // No program that the process starts inherits the file: "e" closes its descriptor on exec.
 gzFile openGzFile(const char* path, const char* mode) {
-  char zlibMode[mode_buf_size + 1];
+  char zlibMode[MODE_BUF_SIZE + 1];
   snprintf(zlibMode, sizeof zlibMode, "%se", mode);
   const gzFile zf = gzopen(path, zlibMode);
   // zlib fills the gap that a seek leaves before the first write from the buffer that this call
@@ -98,7 +98,7 @@ OopType KvfOpen(OopType oFile, OopType oPath, OopType oMode, OopType oIsCompress
     storeErrorString(nullptr, TEXT_OPEN_STD_FILE);
     return OOP_NIL;
   }
-  char mode[mode_buf_size];
+  char mode[MODE_BUF_SIZE];
   if (!fetchString(oMode, sizeof mode, mode)) return OOP_NIL;
   const BoolType isGz = oIsCompressed == OOP_TRUE;
   if (!validateMode(mode, isGz)) {

@@ -15,7 +15,7 @@ namespace kvf {
 namespace {
 
 // The answer of a read that was interrupted before any byte came.
-constexpr OopType oopInterrupted = oopFromSmallInteger(interrupted);
+constexpr OopType OOP_INTERRUPTED = oopFromSmallInteger(INTERRUPTED);
 
 // Reads items until `amount` are stored or the file gives no more.
 OopType readItems(KvFileDataSType* p, OopType oBytes, int64 itemSize, int64 amount) {
@@ -26,7 +26,7 @@ OopType readItems(KvFileDataSType* p, OopType oBytes, int64 itemSize, int64 amou
     const int64 want = std::min(amount - items, perBuf) * itemSize;
     const ssize_t got = p->readIntoBuffer(static_cast<ssize_t>(want), "");
     if (got < itemSize) {
-      if (got == interrupted) return oopInterrupted;
+      if (got == INTERRUPTED) return OOP_INTERRUPTED;
       if (p->kvferror() != 0) return OOP_NIL;
       if (items == 0) p->storeErrorString(TEXT_READ_PAST_END);
       break;
@@ -65,16 +65,16 @@ BoolType fetchEol(OopType eolOop, EolSequence* eol) {
 }
 
 struct Prompt {
-  static constexpr int64 max_size = 1023;
-  char text[max_size + 1];  // NUL-terminated
+  static constexpr int64 MAX_SIZE = 1023;
+  char text[MAX_SIZE + 1];  // NUL-terminated
 };
 
 BoolType fetchPrompt(OopType promptOop, Prompt* prompt) {
   prompt->text[0] = '\0';
   if (promptOop == OOP_NIL) return TRUE;
-  const int64 count = KciFetchChars_(promptOop, 1, prompt->text, Prompt::max_size);
-  prompt->text[std::clamp<int64>(count, 0, Prompt::max_size)] = '\0';
-  return count >= 1 && count <= Prompt::max_size;
+  const int64 count = KciFetchChars_(promptOop, 1, prompt->text, Prompt::MAX_SIZE);
+  prompt->text[std::clamp<int64>(count, 0, Prompt::MAX_SIZE)] = '\0';
+  return count >= 1 && count <= Prompt::MAX_SIZE;
 }
 
 // The 0-based index to store at, within or right behind `oStr`. FALSE where the argument is none.
@@ -98,7 +98,7 @@ OopType readLine(KvFileDataSType* p, OopType oStr, OopType oStartIdx, const EolS
     intptr_t idx = 0;
     // Only a line that has not begun can begin behind the end of the file.
     found = p->readToEol(eol.bytes, eol.size, &idx, firstPass, prompt);
-    if (found == interrupted) return oopInterrupted;
+    if (found == INTERRUPTED) return OOP_INTERRUPTED;
     if (found < 0) return OOP_NIL;
     if (firstPass && !fetchStoreIndex(oStr, oStartIdx, &storeIndex)) {
       raiseError(KVF_ERR_ARGUMENT_RANGE, oStartIdx);
@@ -173,7 +173,7 @@ OopType KvfGetC(OopType oFile) {
   if (p == nullptr) return OOP_NIL;
   if (p->lastOpWasRead != 1 || p->bufBytesAvail() <= 0) {
     const ssize_t n = p->readIntoBuffer(read_buf_size, "");
-    if (n == interrupted) return oopInterrupted;
+    if (n == INTERRUPTED) return OOP_INTERRUPTED;
     if (n <= 0) return OOP_NIL;
   }
   return oopFromCharacter(p->readBuffer[p->readBufIdx++]);

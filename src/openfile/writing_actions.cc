@@ -16,16 +16,16 @@ namespace kvf {
 
 namespace {
 
-constexpr int64 write_chunk = 4096;  // bytes fetched and written at a time
-constexpr int max_print_column = 200;
+constexpr int64 WRITE_CHUNK = 4096;  // bytes fetched and written at a time
+constexpr int MAX_PRINT_COLUMN = 200;
 
 // Writes until everything is written, the host takes no more, or an error is there. Answers the
 // count.
 int64 writeChunks(KvFileDataSType* p, OopType oBytes, int64 numBytes) {
-  ByteType buffer[write_chunk];
+  ByteType buffer[WRITE_CHUNK];
   int64 total = 0;
   while (total < numBytes) {
-    const int64 chunk = std::min(numBytes - total, write_chunk);
+    const int64 chunk = std::min(numBytes - total, WRITE_CHUNK);
     const int64 fetched =
         std::clamp<int64>(KciFetchBytes_(oBytes, total + 1, buffer, chunk), 0, chunk);
     // A fetch that comes back short must not let old memory into the file.
@@ -40,7 +40,7 @@ int64 writeChunks(KvFileDataSType* p, OopType oBytes, int64 numBytes) {
 // Prints fetched bytes, breaking the line before the first field behind the last column.
 void printFields(KvFileDataSType* p, const ByteType* bytes, int64 count, int* column) {
   for (int64 i = 0; i < count; ++i) {
-    if (*column > max_print_column) {
+    if (*column > MAX_PRINT_COLUMN) {
       p->kvfputc('\n');
       *column = 0;
     }

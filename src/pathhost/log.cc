@@ -13,8 +13,8 @@ namespace kvf {
 
 namespace {
 
-constexpr int64 max_chunk = 1023;  // bytes of text in one call of the logger
-constexpr int long_text = 2;       // flag of a fetch piece by piece
+constexpr int64 MAX_CHUNK = 1023;  // bytes of text in one call of the logger
+constexpr int LONG_TEXT = 2;       // flag of a fetch piece by piece
 
 struct Logged {
   int64 total;    // bytes
@@ -24,15 +24,15 @@ struct Logged {
 // Logs the text of `oString` in chunks, which may end within a character. Leaves at `*utf8String`
 // the object that later pieces were fetched from.
 Logged logChunks(OopType oString, OopType* utf8String, KciLoggerType log) {
-  char chunk[max_chunk + 1];
+  char chunk[MAX_CHUNK + 1];
   Logged logged = {0, '\0'};
   for (;;) {
     const OopType source = *utf8String;
     const int64 fetched =
         KciFetchUtf8Bytes_(logged.total == 0 ? oString : source, wrappingAdd(logged.total, 1),
-                           reinterpret_cast<ByteType*>(chunk), max_chunk, utf8String, long_text);
+                           reinterpret_cast<ByteType*>(chunk), MAX_CHUNK, utf8String, LONG_TEXT);
     if (fetched <= 0) return logged;
-    const int64 count = std::min(fetched, max_chunk);
+    const int64 count = std::min(fetched, MAX_CHUNK);
     logged.lastByte = chunk[count - 1];
     logged.total = wrappingAdd(logged.total, count);
     chunk[count] = '\0';

@@ -14,11 +14,11 @@ namespace kvf {
 
 namespace {
 
-constexpr size_t option_name_size = 32;
-constexpr size_t error_text_size = 256;
+constexpr size_t OPTION_NAME_SIZE = 32;
+constexpr size_t ERROR_TEXT_SIZE = 256;
 
-OopType answerText(char (&text)[error_text_size]) {
-  text[error_text_size - 1] = '\0';
+OopType answerText(char (&text)[ERROR_TEXT_SIZE]) {
+  text[ERROR_TEXT_SIZE - 1] = '\0';
   return KciNewString(text);
 }
 
@@ -47,9 +47,9 @@ using namespace kvf;
 ///   problem.
 /// Blocks: never.
 OopType KvfKciGetSocketBufSize(OopType /*oClass*/, OopType oBufKind) {
-  char name[option_name_size];
+  char name[OPTION_NAME_SIZE];
   if (!fetchString(oBufKind, sizeof name, name)) return KciNewString(TEXT_OPTION_NAME);
-  char text[error_text_size];
+  char text[ERROR_TEXT_SIZE];
   text[0] = '\0';
   const int size = KciSupFetchKciSocketBufSize(name, text, sizeof text);
   return size == -1 ? answerText(text) : KciI32ToOop(size);
@@ -68,9 +68,9 @@ OopType KvfKciGetSocketBufSize(OopType /*oClass*/, OopType oBufKind) {
 OopType KvfKciSetSocketBufSize(OopType /*oClass*/, OopType oBufKind, OopType oNewSize) {
   const char* problem = sizeProblem(oNewSize);
   if (problem != nullptr) return KciNewString(problem);
-  char name[option_name_size];
+  char name[OPTION_NAME_SIZE];
   if (!fetchString(oBufKind, sizeof name, name)) return KciNewString(TEXT_OPTION_NAME);
-  char text[error_text_size];
+  char text[ERROR_TEXT_SIZE];
   text[0] = '\0';
   const int size = static_cast<int>(oopSmallIntegerValue(oNewSize));
   return KciSupSetKciSocketBufSize(name, size, text, sizeof text) ? OOP_TRUE : answerText(text);

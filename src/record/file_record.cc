@@ -83,9 +83,9 @@ void KvFileDataSType::setFromMode(const char* mode) {
 }
 
 bool KvFileDataSType::holds() const {
-  constexpr intptr_t limit = read_buf_size + 1;
-  return (compressed ? fPtr == nullptr : zf == nullptr) && readBufIdx >= 0 && readBufIdx <= limit &&
-         readBufSize >= 0 && readBufSize <= limit && lastOpWasRead >= -1 && lastOpWasRead <= 1;
+  constexpr intptr_t LIMIT = read_buf_size + 1;
+  return (compressed ? fPtr == nullptr : zf == nullptr) && readBufIdx >= 0 && readBufIdx <= LIMIT &&
+         readBufSize >= 0 && readBufSize <= LIMIT && lastOpWasRead >= -1 && lastOpWasRead <= 1;
 }
 
 BoolType KvFileDataSType::usingCompression() const {

@@ -18,7 +18,7 @@
 namespace kvf {
 
 inline constexpr intptr_t read_buf_size = KVF_READ_BUF_SIZE;  // bytes read ahead at most
-inline constexpr ssize_t interrupted = -2;  // answer of a read that the user interrupted
+inline constexpr ssize_t INTERRUPTED = -2;  // answer of a read that the user interrupted
 inline constexpr int eol_max_size = 128;    // bytes of an end-of-line sequence
 
 // A record's error text.

@@ -26,7 +26,7 @@ namespace kvf {
 namespace {
 
 // zlib counts in unsigned ints and answers in ints.
-constexpr size_t max_gz_count = INT_MAX;
+constexpr size_t MAX_GZ_COUNT = INT_MAX;
 
 }  // namespace
 
@@ -52,7 +52,7 @@ ssize_t KvFileDataSType::kvfread(ByteType* buf, size_t howMany) {
     return n < 0 ? n : std::min(n, static_cast<ssize_t>(howMany));
   }
   if (zf == nullptr) return -1;
-  const auto want = static_cast<unsigned>(std::min(howMany, max_gz_count));
+  const auto want = static_cast<unsigned>(std::min(howMany, MAX_GZ_COUNT));
   const int n = gzread(zf, buf, want);
   if (n < 0) {
     getGzError();
@@ -105,7 +105,7 @@ ssize_t KvFileDataSType::readIntoBuffer(ssize_t numBytes, const char* prompt) {
   ssize_t n = 0;
   if (fPtr == stdin) {
     const int status = fetchStdinLine(this, numBytes, prompt);
-    if (status == interrupted) return interrupted;
+    if (status == INTERRUPTED) return INTERRUPTED;
     if (status != 0) {
       if (status == -1) lastReadEof = TRUE;
       lastOpWasRead = readable;
@@ -140,7 +140,7 @@ int KvFileDataSType::readToEol(const ByteType* eolBuf, int eolSize, intptr_t* ne
         storeErrorString(TEXT_READ_PAST_END);
         return -1;
       }
-      if (n == interrupted) return interrupted;
+      if (n == INTERRUPTED) return INTERRUPTED;
       if (kvferror() != 0) return -1;
     }
   }
@@ -156,13 +156,13 @@ OopType KvFileDataSType::atEnd() {
     if (lastReadEof) return OOP_TRUE;
     if (bufBytesAvail() > 0) return OOP_FALSE;
     const ssize_t n = readIntoBuffer(read_buf_size, "");
-    return oopFromBool(n <= 0 && n != interrupted);
+    return oopFromBool(n <= 0 && n != INTERRUPTED);
   }
   if (readable) {
     ssize_t n = 0;
     do {
       n = readIntoBuffer(read_buf_size, "");
-    } while (n == interrupted);
+    } while (n == INTERRUPTED);
     return oopFromBool(lastReadEof || n <= 0);
   }
   const int64 position = kvftell();

@@ -189,12 +189,12 @@ OopType KvfFinalizeAll(OopType /*oClass*/) {
 ///   the look-up, the closing, UtlFree for the record and for its text, KciOopMapEntryDelete.
 /// Blocks: as closing does.
 OopType KvfClientFinalize(OopType deadIdsArr) {
-  constexpr int batch_size = 500;
-  OopType ids[batch_size];
+  constexpr int BATCH_SIZE = 500;
+  OopType ids[BATCH_SIZE];
   bool failed = false;
   int64 start = 1;
   for (;;) {
-    const int count = std::min(KciFetchOops(deadIdsArr, start, ids, batch_size), batch_size);
+    const int count = std::min(KciFetchOops(deadIdsArr, start, ids, BATCH_SIZE), BATCH_SIZE);
     if (count < 1) break;
     if (finalizeBatch(ids, count)) failed = true;
     start += count;

@@ -13,7 +13,7 @@
 
 namespace kvf {
 
-static constexpr ByteType newline = 10;
+static constexpr ByteType NEWLINE = 10;
 
 // When the descriptor failed, zlib has lost bytes that it had, or does not know how many it wrote. It
 // has lost its place, and would go on with garbage or write data twice: its error stays, and every
@@ -42,7 +42,7 @@ ssize_t KvFileDataSType::kvfwrite(const ByteType* buf, size_t howMany) {
   kvclearerr();
   clearErrorCode();
   if (!clearReadBufBeforeWrite()) return -1;
-  if (howMany > 0) lastPutcWasEoln = buf[howMany - 1] == newline;
+  if (howMany > 0) lastPutcWasEoln = buf[howMany - 1] == NEWLINE;
   if (compressed) {
     if (zf == nullptr) return 0;
     const int n = gzwrite(zf, buf, static_cast<unsigned>(std::min<size_t>(howMany, INT_MAX)));
@@ -58,7 +58,7 @@ ssize_t KvFileDataSType::kvfwrite(const ByteType* buf, size_t howMany) {
 void KvFileDataSType::kvfputc(ByteType c) {
   KVF_ASSERT(holds());
   if (!isOpen()) return;
-  lastPutcWasEoln = c == newline;
+  lastPutcWasEoln = c == NEWLINE;
   if (!clearReadBufBeforeWrite()) return;
   if (compressed) {
     gzputc(zf, c);
@@ -71,7 +71,7 @@ void KvFileDataSType::kvfputs(const char* s) {
   KVF_ASSERT(holds());
   if (!isOpen()) return;
   const size_t length = strlen(s);
-  if (length > 0) lastPutcWasEoln = s[length - 1] == newline;
+  if (length > 0) lastPutcWasEoln = s[length - 1] == NEWLINE;
   if (compressed) {
     gzputs(zf, s);
   } else {

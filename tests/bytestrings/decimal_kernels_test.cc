@@ -84,7 +84,7 @@ void addPending(DecimalReader* reader, Outcome* outcome) {
 
 Outcome readWith(const DecimalKernel* kernel, std::string_view text, size_t capacity) {
   DecimalReader reader;
-  capacity = std::min(capacity, text.size() + decimal_block_room);
+  capacity = std::min(capacity, text.size() + DECIMAL_BLOCK_ROOM);
   std::vector<uint8_t> out(capacity + 1, 0xEE);
   const auto result = reader.read(bytesOf(text), text.size(), out.data(), capacity, kernel);
   EXPECT_EQ(out[capacity], 0xEE) << "behind its room";
@@ -148,7 +148,7 @@ class DecimalKernels : public testing::TestWithParam<const char*> {
       uint8_t* out = outMemory_.place(atEnd, capacity);
       const DecimalProgress done = kernel_->parse(given, text.size(), out, capacity);
       SCOPED_TRACE(testing::PrintToString(text));
-      const bool mustDo = ordinary >= 64 && capacity >= decimal_block_room;
+      const bool mustDo = ordinary >= 64 && capacity >= DECIMAL_BLOCK_ROOM;
       ASSERT_EQ(done.consumed > 0, mustDo);
       ASSERT_LE(done.consumed, ordinary);
       if (done.consumed == 0) {
@@ -161,7 +161,7 @@ class DecimalKernels : public testing::TestWithParam<const char*> {
       ASSERT_EQ(std::string(out, out + done.produced), scalar.values);
       // It ended for a reason.
       const bool textLeft = ordinary >= done.consumed + 64 + 4;
-      const bool roomLeft = capacity - done.produced >= decimal_block_room;
+      const bool roomLeft = capacity - done.produced >= DECIMAL_BLOCK_ROOM;
       ASSERT_FALSE(textLeft && roomLeft) << done.consumed;
     }
   }
@@ -292,7 +292,7 @@ TEST_P(DecimalKernels, ReadTextCutAnywhereAsIfItWereWhole) {
     const Outcome whole = readWith(nullptr, text, LOTS_OF_ROOM);
     for (size_t cut = 0; cut <= text.size(); ++cut) {
       DecimalReader reader;
-      std::vector<uint8_t> out(text.size() + decimal_block_room);
+      std::vector<uint8_t> out(text.size() + DECIMAL_BLOCK_ROOM);
       const auto front = reader.read(bytesOf(text), cut, out.data(), out.size(), kernel_);
       const auto back = reader.read(bytesOf(text) + front.consumed, text.size() - front.consumed,
                                     &out[front.produced], out.size() - front.produced, kernel_);
@@ -403,7 +403,7 @@ TEST_P(DecimalKernels, PrintEveryByteAtEveryPlaceOfABlock) {
     for (int value = 0; value < 256; ++value) {
       std::string changed = data;
       changed[at] = static_cast<char>(value);
-      char text[64 * decimal_field_max + 4];
+      char text[64 * DECIMAL_FIELD_MAX + 4];
       const size_t length = printDecimal(bytesOf(changed), 64, text, kernel_);
       const std::string expected = modelPrint(changed);
       ASSERT_EQ(std::string(text, length) + '\n', expected) << at << ' ' << value;
@@ -421,7 +421,7 @@ TEST_P(DecimalKernels, PrintAnyNumberOfBytesWithinTheRoom) {
       for (const bool atEnd : {false, true}) {
         uint8_t* from = textMemory_.place(atEnd, count);
         memcpy(from, given.data(), count);
-        const size_t room = count * decimal_field_max + 4;
+        const size_t room = count * DECIMAL_FIELD_MAX + 4;
         uint8_t* to = outMemory_.place(atEnd, room);
         const size_t length =
             printDecimal(from, count, static_cast<char*>(static_cast<void*>(to)), kernel_);
@@ -434,7 +434,7 @@ TEST_P(DecimalKernels, PrintAnyNumberOfBytesWithinTheRoom) {
 TEST_P(DecimalKernels, PrintFromEveryAlignmentToEveryAlignment) {
   std::mt19937 random(9);
   alignas(64) char data[64 + 200];
-  alignas(64) char text[64 + 200 * decimal_field_max + 4];
+  alignas(64) char text[64 + 200 * DECIMAL_FIELD_MAX + 4];
   for (char& byte : data) byte = static_cast<char>(random());
   for (size_t align = 0; align < 64; ++align) {
     for (const size_t outAlign : {align, 63 - align, size_t{0}}) {
@@ -454,7 +454,7 @@ TEST_P(DecimalKernelContract, PrintsIntoFourCharactersAByteAndNoMore) {
     for (const bool atEnd : {false, true}) {
       uint8_t* from = textMemory_.place(atEnd, count);
       memcpy(from, data.data(), count);
-      uint8_t* to = outMemory_.place(atEnd, count * decimal_field_max);
+      uint8_t* to = outMemory_.place(atEnd, count * DECIMAL_FIELD_MAX);
       const size_t length = kernel_->print(from, count, static_cast<char*>(static_cast<void*>(to)));
       std::string expected;
       for (const char byte : data) expected += std::to_string(static_cast<uint8_t>(byte)) + ' ';

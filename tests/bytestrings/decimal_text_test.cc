@@ -63,10 +63,10 @@ TEST(PrintDecimal, WritesOneFieldAByteAndStaysInItsRoom) {
   for (int value = 0; value < 256; ++value) data.push_back(static_cast<char>(value));
   std::string expected = modelPrint(data);
   expected.pop_back();
-  std::string text(256 * kvf::decimal_field_max + 4 + 8, '#');
+  std::string text(256 * kvf::DECIMAL_FIELD_MAX + 4 + 8, '#');
   const size_t written = kvf::printDecimal(bytesOfText(data), data.size(), text.data());
   EXPECT_EQ(text.substr(0, written), expected);
-  EXPECT_EQ(text.substr(256 * kvf::decimal_field_max + 4), "########");
+  EXPECT_EQ(text.substr(256 * kvf::DECIMAL_FIELD_MAX + 4), "########");
 }
 
 TEST(PrintDecimal, WritesNothingForNothing) {
@@ -168,7 +168,7 @@ TEST(DecimalReading, DoesNotDependOnThePieces) {
 
 TEST(DecimalReading, ReadsBackWhatWasPrinted) {
   EXPECT_TRUE(rc::check("any bytes come back", [](const std::string& data) {
-    std::string text(data.size() * kvf::decimal_field_max + 4, '\0');
+    std::string text(data.size() * kvf::DECIMAL_FIELD_MAX + 4, '\0');
     text.resize(kvf::printDecimal(bytesOfText(data), data.size(), text.data()));
     size_t consumed = 0;
     RC_ASSERT(readAll(text, 7, 5, &consumed) == data);

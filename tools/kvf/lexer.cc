@@ -166,12 +166,12 @@ void Lexer::scanNumber() {
         "there are no fractions; where two statements are meant, a blank belongs behind the "
         "period");
   }
-  constexpr uint64_t limit = uint64_t{1} << 63U;
-  if (value > limit) fail("this integer does not fit in 64 bits");
+  constexpr uint64_t LIMIT = uint64_t{1} << 63U;
+  if (value > LIMIT) fail("this integer does not fit in 64 bits");
   token_.kind = Token::Kind::Literal;
   token_.literal.kind = Literal::Kind::Integer;
   token_.literal.integer = static_cast<int64_t>(value);
-  token_.magnitude63 = value == limit;
+  token_.magnitude63 = value == LIMIT;
 }
 
 uint64_t Lexer::scanDigits(unsigned radix) {
