@@ -118,8 +118,8 @@ using namespace kvf;
 ///   the count when oBytes is smaller.
 /// Stores: a failed write or repositioning, code and text.
 /// Host calls: the look-up, KciOopToI64_ twice, KciFetchSize_, the rewind; per 4096 bytes
-///   KciFetchBytes_, and clearerr_unlocked, fileno and HostWriteFile_, or gzerror, gzclearerr and gzwrite;
-///   KciI64ToOop. The failure's text.
+///   KciFetchBytes_, and clearerr_unlocked, fileno and HostWriteFile_, or gzerror, gzclearerr and
+///   gzwrite; KciI64ToOop. The failure's text.
 /// Blocks: as a write does.
 OopType KvfWrite(OopType oFile, OopType oBytes, OopType oItemSize, OopType oAmount) {
   KvFileDataSType* p = fetchKvFile(oFile, 0);

@@ -153,8 +153,8 @@ class KvFileDataSType {
   ssize_t kvfread(ByteType* buf, size_t howMany);
 
   /// Host calls of the refill: for the position fileno and lseek, or gztell, unless bytes are left
-  ///   in the buffer; clearerr_unlocked, or gzerror and gzclearerr; then fileno and HostReadFile_, or
-  ///   gzread. For standard input these last two are printf and fflush for the prompt, and
+  ///   in the buffer; clearerr_unlocked, or gzerror and gzclearerr; then fileno and HostReadFile_,
+  ///   or gzread. For standard input these last two are printf and fflush for the prompt, and
   ///   UnixIoFgets_; where a line reader is installed fileno and isatty come before, and on a
   ///   terminal LrSupReadLine in their place. The failure's text.
   //

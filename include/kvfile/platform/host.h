@@ -8,8 +8,8 @@
  * long as that file system does. Each is called on the thread of the session whose action runs.
  *
  * Beyond these functions the module uses the C library's: on descriptors lseek, fsync and isatty;
- * on streams fileno, clearerr, fflush, fclose and, for standard output, printf and fwrite; and
- * rename. */
+ * on streams fileno, clearerr_unlocked, fflush, fclose and, for standard output, printf and fwrite;
+ * and rename. */
 #ifndef KVFILE_PLATFORM_HOST_H
 #define KVFILE_PLATFORM_HOST_H
 
