@@ -75,7 +75,7 @@ class CommandLineTest(unittest.TestCase):
         result = self.kvf("run", self.write("a.kvf", "b := 1"), "-", stdin="b + 1")
         self.assertEqual(result.stdout, "1\n2\n")
 
-    def test_a_script_from_standard_input_is_read_whole_first(self):
+    def test_standard_input_is_at_its_end_for_actions_while_it_is_a_script(self):
         result = self.kvf(stdin="f := KvFile new\nKvfCreateStdFile(f, 0)\n"
                                 "KvfGetLine(f, nil, 1, 10, nil)\n'still run'")
         self.assertEqual(result.stdout, "aKvFile#1\n1\nnil\n'still run'\n")
@@ -94,12 +94,56 @@ class CommandLineTest(unittest.TestCase):
         self.assertEqual((result.returncode, result.stdout), (1, "1\n2\n"))
         self.assertIn("a.kvf:3:5: error: SmallInteger does not understand #foo", result.stderr)
 
-    def test_a_syntax_error_runs_nothing_and_shows_the_place(self):
-        result = self.kvf("run", self.write("a.kvf", "1\nx := #[1 300]\n"))
+    def test_a_syntax_error_is_met_where_it_stands_unless_the_script_is_checked_first(self):
+        script = self.write("a.kvf", "1\nx := #[1 300]\n3")
+        wrong = ("syntax error: a.kvf:2:10: an integer of 0 to 255 or ']' expected\n"
+                 "  x := #[1 300]\n           ^\n")
+        for option, printed in (("--keep-going", "1\n"), ("--check-first", "")):
+            result = self.kvf("run", option, script)
+            self.assertEqual((result.returncode, result.stdout, result.stderr), (2, printed, wrong))
+        for code in ("1\n2 )", "1. 2 )"):
+            self.assertEqual(self.kvf("-e", code).stdout, "", "a text that is there is checked")
+        result = self.kvf("--check-first", stdin="1\n2 )")
         self.assertEqual((result.returncode, result.stdout), (2, ""))
-        self.assertEqual(result.stderr,
-                         "syntax error: a.kvf:2:10: an integer of 0 to 255 or ']' expected\n"
-                         "  x := #[1 300]\n           ^\n")
+
+    def test_an_error_far_into_a_script_shows_its_place(self):
+        long = "y := 'x'. " * 30000
+        script = self.write("a.kvf", long + "\n" + long + "3 )\n")
+        result = self.kvf("-q", "run", script)
+        self.assertEqual(result.stderr, f"syntax error: a.kvf:2:{len(long) + 3}: a message, a period "
+                         "or the end of the line expected, not ')'\n  ..." + (long + "3 ")[-60:] +
+                         ")\n  " + " " * 63 + "^\n")
+        script = self.write("b.kvf", "'" + "z" * 200000 + "\n" * 300 + "' size\n3 foo")
+        result = self.kvf("run", script)
+        self.assertEqual((result.returncode, result.stdout), (1, "200300\n"))
+        self.assertEqual(result.stderr, "b.kvf:302:3: error: SmallInteger does not understand #foo\n")
+
+    def test_statements_run_as_they_are_read(self):
+        with subprocess.Popen([KVF], cwd=self.path, text=True, bufsize=1, stdin=subprocess.PIPE,
+                              stdout=subprocess.PIPE) as process:
+            for number in range(3):
+                process.stdin.write(f"{number} + 100\n")
+                self.assertEqual(process.stdout.readline(), f"{number + 100}\n")
+            process.stdin.write("(3 +\n4)\n")
+            self.assertEqual(process.stdout.readline(), "7\n")
+            process.stdin.close()
+            self.assertEqual(process.wait(60), 0)
+
+    def test_memory_does_not_grow_with_the_script(self):
+        def peak(count):
+            lines = "\n".join(f"x := {i} + 4. y := [x]. z := 'text {i}'" for i in range(count))
+            script = self.write("a.kvf", lines + "\nSmalltalk system: "
+                                "'grep VmHWM /proc/$PPID/status >&2'\n")
+            return int(re.search(r"(\d+) kB", self.kvf("-q", "run", script).stderr)[1])
+        small = peak(1000)
+        self.assertLess(peak(100000), small + 4000)
+
+    def test_a_script_leaves_the_low_descriptors_to_its_files(self):
+        code = "f := KvFile new. KvfOpen(f, 'x', 'w', false). KvfGetFileDesc(f) printNl\n"
+        alone = self.kvf("-q", "-e", code).stdout
+        script = self.write("a.kvf", code + "\"" + "x" * 200000 + "\"")
+        self.assertEqual(self.kvf("-q", "run", script).stdout, alone)
+        self.assertEqual(self.kvf("-q", stdin=code).stdout, alone)
 
     def test_quiet_prints_only_what_is_asked_for(self):
         self.assertEqual(self.kvf("-q", "-e", "1. 2 printNl. 3").stdout, "2\n")

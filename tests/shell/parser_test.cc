@@ -153,11 +153,11 @@ TEST(Parser, DescribesAnErrorWithItsLineAndACaret) {
     parse(source);
     FAIL() << "no syntax error";
   } catch (const SyntaxError& error) {
-    EXPECT_EQ(describe(error, "x.kvf", source),
+    EXPECT_EQ(describe(error, "x.kvf", SourceText(source)),
               "x.kvf:2:1: unexpected character 16rC3\n  \xC3\xA9 b\n  ^\n");
   }
   SyntaxError error = errorOf("\ta \xC3\xA9");
-  EXPECT_EQ(describe(error, "x", "\ta \xC3\xA9"),
+  EXPECT_EQ(describe(error, "x", SourceText("\ta \xC3\xA9")),
             "x:1:4: unexpected character 16rC3\n"
             "  \ta \xC3\xA9\n  \t  ^\n");
 }
@@ -220,7 +220,7 @@ TEST(Parser, ShowsThePartOfALongLineAroundAnError) {
     parse(source);
     FAIL() << "no error";
   } catch (const SyntaxError& error) {
-    EXPECT_EQ(describe(error, "s", source),
+    EXPECT_EQ(describe(error, "s", SourceText(source)),
               "s:1:1002: unexpected character 16r01\n  ..." + std::string(59, 'a') + " ??[31m ) " +
                   std::string(51, 'b') + "...\n  " + std::string(63, ' ') + "^\n");
   }

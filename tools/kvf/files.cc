@@ -5,12 +5,81 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <stdexcept>
 
 namespace shell {
+
+namespace {
+
+constexpr size_t PIECE_SIZE = 65536;
+constexpr int LEAST_SCRIPT_DESCRIPTOR = 200;
+
+// The descriptor under a high number, or as it is where the process may have none.
+int movedUp(int descriptor) {
+  int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, LEAST_SCRIPT_DESCRIPTOR);
+  if (moved < 0) return descriptor;
+  close(descriptor);
+  return moved;
+}
+
+// Standard input for the script alone; what takes its place has ended.
+int takeStandardInput() {
+  int taken = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  if (taken >= 0 && nothing >= 0) dup2(nothing, STDIN_FILENO);
+  if (nothing >= 0) close(nothing);
+  return taken;
+}
+
+}  // namespace
+
+ScriptFile::ScriptFile(const std::string& path)
+    : descriptor_(path == "-" ? takeStandardInput() : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+  if (descriptor_ < 0) throw std::runtime_error(std::strerror(errno));
+  descriptor_ = movedUp(descriptor_);
+}
+
+ScriptFile::~ScriptFile() {
+  if (descriptor_ >= 0) close(descriptor_);
+}
+
+// A short piece of a regular file is taken for its end, which saves a small script its descriptor.
+bool ScriptFile::readMore(std::string* text) {
+  if (descriptor_ < 0) return false;
+  size_t before = text->size();
+  text->resize(before + PIECE_SIZE);
+  ssize_t length = -1;
+  do {
+    length = read(descriptor_, text->data() + before, PIECE_SIZE);
+  } while (length < 0 && errno == EINTR);
+  int errNum = errno;
+  text->resize(before + static_cast<size_t>(std::max<ssize_t>(length, 0)));
+  if (length < 0) throw std::runtime_error(std::strerror(errNum));
+  struct stat status = {};
+  bool isRegular = fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode);
+  if (length == 0 || (isRegular && static_cast<size_t>(length) < PIECE_SIZE)) {
+    close(descriptor_);
+    descriptor_ = -1;
+  }
+  return length > 0;
+}
+
+bool isReadable(const std::string& path, std::string* problem) {
+  struct stat status = {};
+  bool readable =
+      path == "-" || (stat(path.c_str(), &status) == 0 && access(path.c_str(), R_OK) == 0);
+  if (readable && S_ISDIR(status.st_mode)) {
+    errno = EISDIR;
+    readable = false;
+  }
+  if (!readable) *problem = std::strerror(errno);
+  return readable;
+}
 
 bool readToEnd(int descriptor, std::string* text) {
   char buffer[65536];

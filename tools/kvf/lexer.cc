@@ -19,50 +19,14 @@ bool isIdentifierPart(char c) {
   return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
 }
 
+bool isUtf8Continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U; }
+
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-class Lexer {
- public:
-  explicit Lexer(std::string_view source) : source_(source) {}
-
-  std::vector<Token> run();
-
- private:
-  char peek(size_t ahead = 0) const {
-    return offset_ + ahead < source_.size() ? source_[offset_ + ahead] : '\0';
-  }
-  bool atEnd() const { return offset_ >= source_.size(); }
-  char take();
-  [[noreturn]] void fail(const std::string& message) const;
-  // For what more lines could complete.
-  [[noreturn]] void failOpen(const std::string& message, Position where) const;
-
-  void skipIntroduction();
-  void skipBlanks();
-  void skipComment();
-  void scanToken();
-  void scanWord();
-  void scanNumber();
-  uint64_t scanDigits(unsigned radix);
-  void scanHash();
-  void scanCharacter();
-  void scanPunctuation();
-  void scanPrefixedString(char prefix, Literal::Kind kind);
-  std::string scanQuoted(bool escapes);
-  void scanEscape(Position start, std::string* out);
-  unsigned scanHex(int digits);
-  void setText(Literal::Kind kind, std::string bytes);
-  void setPunctuation(Token::Kind kind, size_t length);
-
-  std::string_view source_;
-  size_t offset_ = 0;
-  Position position_;
-  bool startsLine_ = true;
-  Token token_;
-};
+}  // namespace
 
 char Lexer::take() {
-  char c = source_[offset_++];
+  char c = text_.at(offset_++);
   if (c == '\n') {
     position_.line++;
     position_.column = 1;
@@ -74,46 +38,51 @@ char Lexer::take() {
 
 void Lexer::fail(const std::string& message) const { throw SyntaxError(message, position_, false); }
 
-void Lexer::failOpen(const std::string& message, Position where) const {
+void Lexer::failOpen(const std::string& message, Position where) {
   throw SyntaxError(message, where, true);
 }
 
-std::vector<Token> Lexer::run() {
-  std::vector<Token> tokens;
-  size_t lastEnd = std::numeric_limits<size_t>::max();
-  skipIntroduction();
-  do {
-    skipBlanks();
-    token_ = Token();
-    token_.position = position_;
-    token_.offset = offset_;
-    token_.startsLine = std::exchange(startsLine_, false);
-    token_.touchesLast = offset_ == lastEnd;
-    if (!atEnd()) scanToken();
-    lastEnd = offset_;
-    tokens.push_back(token_);
-  } while (tokens.back().kind != Token::Kind::End);
-  return tokens;
+void Lexer::next(bool lineEnds, Token* token) {
+  token_ = token;
+  bool isLineEnd = skipBlanks(lineEnds);
+  if (token->kind == Token::Kind::Literal) token->literal = Literal();
+  token->kind = isLineEnd ? Token::Kind::LineEnd : Token::Kind::End;
+  token->text.clear();
+  token->position = position_;
+  token->offset = offset_;
+  token->magnitude63 = false;
+  token->touchesLast = offset_ == lastEnd_;
+  token->startsLine = startsLine_;
+  if (isLineEnd) return;
+  startsLine_ = false;
+  if (!atEnd()) scanToken();
+  lastEnd_ = offset_;
 }
 
 // Editors put a byte order mark before a script, and "#!" makes a file a program of its own.
 void Lexer::skipIntroduction() {
-  static constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
-  if (source_.starts_with(BYTE_ORDER_MARK)) offset_ = BYTE_ORDER_MARK.size();
+  if (peek() == '\xEF' && peek(1) == '\xBB' && peek(2) == '\xBF') offset_ += 3;
   if (peek() != '#' || peek(1) != '!') return;
   while (!atEnd() && peek() != '\n') take();
 }
 
-void Lexer::skipBlanks() {
+// True where it has met a line end that counts, and stands behind it.
+bool Lexer::skipBlanks(bool lineEnds) {
   while (!atEnd()) {
-    if (peek() == '"') {
+    char c = peek();
+    if (c == '"') {
       skipComment();
-    } else if (std::isspace(static_cast<unsigned char>(peek())) != 0) {
-      if (take() == '\n') startsLine_ = true;
+    } else if (c == '\n') {
+      take();
+      startsLine_ = true;
+      if (lineEnds) return true;
+    } else if (std::isspace(static_cast<unsigned char>(c)) != 0) {
+      take();
     } else {
-      return;
+      return false;
     }
   }
+  return false;
 }
 
 void Lexer::skipComment() {
@@ -146,11 +115,11 @@ void Lexer::scanToken() {
 }
 
 void Lexer::scanWord() {
-  token_.kind = Token::Kind::Identifier;
-  while (isIdentifierPart(peek())) token_.text += take();
+  token_->kind = Token::Kind::Identifier;
+  while (isIdentifierPart(peek())) token_->text += take();
   if (peek() == ':' && peek(1) != '=') {
-    token_.text += take();
-    token_.kind = Token::Kind::Keyword;
+    token_->text += take();
+    token_->kind = Token::Kind::Keyword;
   }
 }
 
@@ -168,10 +137,10 @@ void Lexer::scanNumber() {
   }
   constexpr uint64_t LIMIT = uint64_t{1} << 63U;
   if (value > LIMIT) fail("this integer does not fit in 64 bits");
-  token_.kind = Token::Kind::Literal;
-  token_.literal.kind = Literal::Kind::Integer;
-  token_.literal.integer = static_cast<int64_t>(value);
-  token_.magnitude63 = value == LIMIT;
+  token_->kind = Token::Kind::Literal;
+  token_->literal.kind = Literal::Kind::Integer;
+  token_->literal.integer = static_cast<int64_t>(value);
+  token_->magnitude63 = value == LIMIT;
 }
 
 uint64_t Lexer::scanDigits(unsigned radix) {
@@ -219,14 +188,17 @@ void Lexer::scanHash() {
 void Lexer::scanCharacter() {
   take();
   if (atEnd()) failOpen("a character expected after $", position_);
-  size_t length = utf8Length(source_.substr(offset_));
-  token_.kind = Token::Kind::Literal;
-  token_.literal.kind = Literal::Kind::Character;
+  // A character of several bytes is read whole first.
+  for (size_t ahead = 1; ahead < 4 && isUtf8Continuation(peek(ahead)); ahead++) {
+  }
+  size_t length = utf8Length(text_.from(offset_));
+  token_->kind = Token::Kind::Literal;
+  token_->literal.kind = Literal::Kind::Character;
   if (length > 1) {
-    token_.literal.integer = utf8Decode(source_.substr(offset_, length));
+    token_->literal.integer = utf8Decode(text_.from(offset_).substr(0, length));
     for (size_t i = 0; i < length; i++) take();
   } else {
-    token_.literal.integer = static_cast<unsigned char>(take());
+    token_->literal.integer = static_cast<unsigned char>(take());
   }
 }
 
@@ -238,9 +210,9 @@ void Lexer::scanPrefixedString(char prefix, Literal::Kind kind) {
     setText(kind, bytes);
     return;
   }
-  token_.kind = Token::Kind::Literal;
-  token_.literal.kind = kind;
-  if (!utf16FromEscapedUtf8(bytes, &token_.literal.units)) {
+  token_->kind = Token::Kind::Literal;
+  token_->literal.kind = kind;
+  if (!utf16FromEscapedUtf8(bytes, &token_->literal.units)) {
     throw SyntaxError("this text is not valid UTF-8, so it has no UTF-16 form", start, false);
   }
 }
@@ -303,14 +275,14 @@ unsigned Lexer::scanHex(int digits) {
 }
 
 void Lexer::setText(Literal::Kind kind, std::string bytes) {
-  token_.kind = Token::Kind::Literal;
-  token_.literal.kind = kind;
-  token_.literal.bytes = std::move(bytes);
+  token_->kind = Token::Kind::Literal;
+  token_->literal.kind = kind;
+  token_->literal.bytes = std::move(bytes);
 }
 
 void Lexer::setPunctuation(Token::Kind kind, size_t length) {
-  for (size_t i = 0; i < length; i++) token_.text += take();
-  token_.kind = kind;
+  for (size_t i = 0; i < length; i++) token_->text += take();
+  token_->kind = kind;
 }
 
 void Lexer::scanPunctuation() {
@@ -336,8 +308,14 @@ void Lexer::scanPunctuation() {
   }
 }
 
-}  // namespace
-
-std::vector<Token> tokenize(std::string_view source) { return Lexer(source).run(); }
+std::vector<Token> tokenize(std::string_view source) {
+  SourceText text(source);
+  Lexer lexer(text);
+  std::vector<Token> tokens;
+  do {
+    lexer.next(false, &tokens.emplace_back());
+  } while (tokens.back().kind != Token::Kind::End);
+  return tokens;
+}
 
 }  // namespace shell

@@ -22,6 +22,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <memory>
+#include <optional>
+#include <stdexcept>
 
 namespace {
 
@@ -38,6 +41,7 @@ struct CommandLine {
   std::string colour = "auto";
   bool keepGoing = false;
   bool quiet = false;
+  bool checkFirst = false;
   shell::Instrumentation instrumentation;
 };
 
@@ -48,6 +52,8 @@ void defineOptions(CLI::App& app, CommandLine& line) {
       ->allow_extra_args(false);
   app.add_flag("-k,--keep-going", line.keepGoing, "Go on after a raised error");
   app.add_flag("-q,--quiet", line.quiet, "Do not print the answers of statements");
+  app.add_flag("--check-first", line.checkFirst,
+               "Read each script whole before it runs, and run nothing of one with a syntax error");
   app.add_flag("--trace", line.instrumentation.trace,
                "Print each platform call of the module to standard error");
   app.add_option(
@@ -120,32 +126,56 @@ int exitCodeOf(shell::RunResult result) {
 
 struct Script {
   std::string name;
-  std::string text;
+  std::string path;
+  std::optional<std::string> text;          // of one that is run as a whole
+  std::unique_ptr<shell::ScriptFile> file;  // of one that has to be open before the first runs
 };
 
-// All scripts are read before the first runs, so that a name that is wrong stops everything.
-bool readScripts(const CommandLine& line, std::vector<Script>* scripts) {
-  for (const std::string& code : line.code) scripts->push_back({"-e", code});
+int reportUnreadable(const std::string& name, const std::string& problem) {
+  std::cerr << "kvf: " << name << ": " << problem << '\n';
+  return EXIT_USAGE;
+}
+
+// All scripts are looked at before the first runs, so that a name that is wrong stops everything.
+bool findScripts(const CommandLine& line, std::vector<Script>* scripts) {
+  for (const std::string& code : line.code) scripts->push_back({"-e", "", code, nullptr});
   std::vector<std::string> files = line.scripts;
   if (line.code.empty() && files.empty()) files.emplace_back("-");
   for (const std::string& file : files) {
-    Script script{file == "-" ? "standard input" : file, ""};
+    bool isStandardInput = file == "-";
+    Script script{isStandardInput ? "standard input" : file, file, std::nullopt, nullptr};
     std::string problem;
-    if (!shell::readWholeFile(file, &script.text, &problem)) {
-      std::cerr << "kvf: " << file << ": " << problem << '\n';
+    bool isThere = line.checkFirst ? shell::readWholeFile(file, &script.text.emplace(), &problem)
+                                   : shell::isReadable(file, &problem);
+    if (!isThere) {
+      reportUnreadable(file, problem);
       return false;
     }
+    if (isStandardInput && !line.checkFirst)
+      script.file = std::make_unique<shell::ScriptFile>(file);
     scripts->push_back(std::move(script));
   }
   return true;
 }
 
+int runScript(shell::Runner& runner, Script& script) {
+  if (script.text) return exitCodeOf(runner.run(*script.text, script.name));
+  try {
+    if (script.file == nullptr) script.file = std::make_unique<shell::ScriptFile>(script.path);
+    int code = exitCodeOf(runner.runAsRead(*script.file, script.name));
+    script.file.reset();
+    return code;
+  } catch (const std::runtime_error& error) {
+    return reportUnreadable(script.path, error.what());
+  }
+}
+
 int runScripts(shell::Interpreter& interpreter, const shell::RunOptions& options,
-               const std::vector<Script>& scripts) {
+               std::vector<Script>& scripts) {
   shell::Runner runner(interpreter, std::cerr, options);
   int worst = EXIT_DONE;
-  for (const Script& script : scripts) {
-    worst = std::max(worst, exitCodeOf(runner.run(script.text, script.name)));
+  for (Script& script : scripts) {
+    worst = std::max(worst, runScript(runner, script));
     if (worst != EXIT_DONE && !options.keepGoing) break;
   }
   return worst;
@@ -163,7 +193,7 @@ shell::RunOptions runOptions(const CommandLine& line) {
 int runWorkspace(const CommandLine& line) {
   bool isInteractive = line.code.empty() && line.scripts.empty() && isatty(STDIN_FILENO) != 0;
   std::vector<Script> scripts;
-  if (!isInteractive && !readScripts(line, &scripts)) return EXIT_USAGE;
+  if (!isInteractive && !findScripts(line, &scripts)) return EXIT_USAGE;
   shell::RunOptions options = runOptions(line);
   shell::Interpreter interpreter(std::cout);
   line.instrumentation.apply();

@@ -31,11 +31,13 @@ int heightBelow(const Call& call) { return heightOf(call.arguments); }
 int heightBelow(const Block& block) { return heightOf(block.body->statements); }
 int heightBelow(const Brace& brace) { return heightOf(brace.elements); }
 
+}  // namespace
+
 class Parser {
  public:
-  explicit Parser(std::string_view source) : tokens_(tokenize(source)) {}
+  explicit Parser(SourceText& text) : text_(text), lexer_(text) {}
 
-  Nodes parseProgram();
+  NodePtr parseNextStatement();
 
  private:
   // What the surroundings of an expression mean for it.
@@ -58,17 +60,38 @@ class Parser {
     Parser& parser_;
   };
 
-  const Token& current() const { return tokens_[index_]; }
-  const Token& ahead() const { return tokens_[std::min(index_ + 1, tokens_.size() - 1)]; }
-  Token take() { return tokens_[index_ == tokens_.size() - 1 ? index_ : index_++]; }
-  [[noreturn]] void fail(const std::string& message) const;
+  // Tokens are read when they are asked for, because what stands around the last one decides what a
+  // line end before the next one is.
+  const Token& current() { return tokenAt(0); }
+  const Token& ahead() {
+    tokenAt(0);
+    return tokenAt(1);
+  }
+  const Token& tokenAt(size_t index) {
+    if (tokenCount_ <= index) lexer_.next(!surroundings_.inBrackets, &tokens_[tokenCount_++]);
+    return tokens_[index];
+  }
+  Token take() {
+    current();
+    Token token = std::move(tokens_[0]);
+    drop();
+    return token;
+  }
+  void drop() {
+    current();
+    if (--tokenCount_ > 0) std::swap(tokens_[0], tokens_[1]);
+  }
+  void skipLineEnds() {
+    while (current().kind == Kind::LineEnd) drop();
+  }
+  [[noreturn]] void fail(const std::string& message);
   [[noreturn]] static void failTooDeep(Position position);
   void expect(Kind kind, const std::string& what);
 
   // True when the expression may go on with the current token.
-  bool continues(Kind kind) const;
-  bool isBinary() const;
-  bool isNegativeNumber() const;
+  bool continues(Kind kind);
+  bool isBinary();
+  bool isNegativeNumber();
 
   Nodes parseStatements(Kind closer);
   Nodes parseArguments();
@@ -93,93 +116,27 @@ class Parser {
         Node{position, std::forward<Content>(content), height, nullptr, {}});
   }
 
-  std::vector<Token> tokens_;
-  size_t index_ = 0;
+  SourceText& text_;
+  Lexer lexer_;
+  Token tokens_[2];
+  size_t tokenCount_ = 0;
   int nesting_ = 0;
   Surroundings surroundings_;
 };
+
+namespace {
 
 std::string nameOf(const Token& token) {
   switch (token.kind) {
     case Kind::End:
       return "the end";
+    case Kind::LineEnd:
+      return "the end of the line";
     case Kind::Literal:
       return "a literal";
     default:
       return "'" + token.text + "'";
   }
-}
-
-void Parser::fail(const std::string& message) const {
-  throw SyntaxError(message, current().position, current().kind == Kind::End);
-}
-
-void Parser::failTooDeep(Position position) {
-  throw SyntaxError(fmt::format("this is nested more than {} deep", MAX_NESTING), position, false);
-}
-
-void Parser::expect(Kind kind, const std::string& what) {
-  if (current().kind != kind) fail(what + " expected, not " + nameOf(current()));
-  take();
-}
-
-bool Parser::continues(Kind kind) const {
-  return current().kind == kind && (surroundings_.inBrackets || !current().startsLine);
-}
-
-bool Parser::isBinary() const {
-  return continues(Kind::Binary) && !(surroundings_.commaSeparates && current().text == ",");
-}
-
-bool Parser::isNegativeNumber() const {
-  return current().kind == Kind::Binary && current().text == "-" && ahead().touchesLast &&
-         ahead().kind == Kind::Literal && ahead().literal.kind == Literal::Kind::Integer;
-}
-
-Nodes Parser::parseProgram() {
-  Nodes statements;
-  while (true) {
-    while (current().kind == Kind::Period) take();
-    if (current().kind == Kind::End) return statements;
-    statements.push_back(parseExpression());
-    bool ends =
-        current().kind == Kind::Period || current().kind == Kind::End || current().startsLine;
-    if (!ends)
-      fail("a message, a period or the end of the line expected, not " + nameOf(current()));
-  }
-}
-
-// Statements up to `closer`, which is taken.
-Nodes Parser::parseStatements(Kind closer) {
-  Surroundings outer = std::exchange(surroundings_, {true, false});
-  Nodes statements;
-  while (true) {
-    while (current().kind == Kind::Period) take();
-    if (current().kind == closer) break;
-    statements.push_back(parseExpression());
-    if (current().kind != Kind::Period && current().kind != closer) {
-      fail("a period or the closing bracket expected, not " + nameOf(current()));
-    }
-  }
-  take();
-  surroundings_ = outer;
-  return statements;
-}
-
-Nodes Parser::parseArguments() {
-  Surroundings outer = std::exchange(surroundings_, {true, true});
-  Nodes arguments;
-  take();
-  if (current().kind != Kind::RightParenthesis) {
-    arguments.push_back(parseExpression());
-    while (current().kind == Kind::Binary && current().text == ",") {
-      take();
-      arguments.push_back(parseExpression());
-    }
-  }
-  expect(Kind::RightParenthesis, "a comma or ')'");
-  surroundings_ = outer;
-  return arguments;
 }
 
 // What a variable must not hide: a name would then mean one thing in front of a parenthesis and
@@ -196,11 +153,82 @@ void refuseReserved(const Token& name) {
                     name.position, false);
 }
 
+}  // namespace
+
+void Parser::fail(const std::string& message) {
+  throw SyntaxError(message, current().position, current().kind == Kind::End);
+}
+
+void Parser::failTooDeep(Position position) {
+  throw SyntaxError(fmt::format("this is nested more than {} deep", MAX_NESTING), position, false);
+}
+
+void Parser::expect(Kind kind, const std::string& what) {
+  if (current().kind != kind) fail(what + " expected, not " + nameOf(current()));
+  drop();
+}
+
+bool Parser::continues(Kind kind) { return current().kind == kind; }
+
+bool Parser::isBinary() {
+  return continues(Kind::Binary) && !(surroundings_.commaSeparates && current().text == ",");
+}
+
+bool Parser::isNegativeNumber() {
+  return current().kind == Kind::Binary && current().text == "-" && ahead().touchesLast &&
+         ahead().kind == Kind::Literal && ahead().literal.kind == Literal::Kind::Integer;
+}
+
+NodePtr Parser::parseNextStatement() {
+  while (current().kind == Kind::Period || current().kind == Kind::LineEnd) drop();
+  if (current().kind == Kind::End) return nullptr;
+  text_.forgetBefore(current().offset);
+  NodePtr statement = parseExpression();
+  bool ends = current().kind == Kind::Period || current().kind == Kind::End ||
+              current().kind == Kind::LineEnd;
+  if (!ends) fail("a message, a period or the end of the line expected, not " + nameOf(current()));
+  return statement;
+}
+
+// Statements up to `closer`, which is taken.
+Nodes Parser::parseStatements(Kind closer) {
+  Surroundings outer = std::exchange(surroundings_, {true, false});
+  Nodes statements;
+  while (true) {
+    while (current().kind == Kind::Period) drop();
+    if (current().kind == closer) break;
+    statements.push_back(parseExpression());
+    if (current().kind != Kind::Period && current().kind != closer) {
+      fail("a period or the closing bracket expected, not " + nameOf(current()));
+    }
+  }
+  drop();
+  surroundings_ = outer;
+  return statements;
+}
+
+Nodes Parser::parseArguments() {
+  Surroundings outer = std::exchange(surroundings_, {true, true});
+  Nodes arguments;
+  drop();
+  if (current().kind != Kind::RightParenthesis) {
+    arguments.push_back(parseExpression());
+    while (current().kind == Kind::Binary && current().text == ",") {
+      drop();
+      arguments.push_back(parseExpression());
+    }
+  }
+  expect(Kind::RightParenthesis, "a comma or ')'");
+  surroundings_ = outer;
+  return arguments;
+}
+
 NodePtr Parser::parseExpression() {
   Nesting nesting(*this);
+  skipLineEnds();
   if (current().kind != Kind::Identifier || ahead().kind != Kind::Assign) return parseKeywordSend();
   Token name = take();
-  take();
+  drop();
   refuseReserved(name);
   return make(name.position, Assignment{name.text, parseExpression(), nullptr});
 }
@@ -251,6 +279,7 @@ NodePtr Parser::parseUnarySend() {
 }
 
 NodePtr Parser::parsePrimary() {
+  skipLineEnds();
   Position position = current().position;
   if (isNegativeNumber()) return make(position, parseNumber());
   switch (current().kind) {
@@ -266,12 +295,12 @@ NodePtr Parser::parsePrimary() {
     case Kind::LeftParenthesis:
       return parseBracketed(Kind::RightParenthesis);
     case Kind::LeftBracket:
-      take();
+      drop();
       return make(
           position,
           Block{std::make_shared<const BlockBody>(BlockBody{parseStatements(Kind::RightBracket)})});
     case Kind::LeftBrace:
-      take();
+      drop();
       return make(position, Brace{parseStatements(Kind::RightBrace)});
     default:
       fail("an expression expected, not " + nameOf(current()));
@@ -295,7 +324,7 @@ NodePtr Parser::parseIdentifier() {
 
 NodePtr Parser::parseBracketed(Kind closer) {
   Surroundings outer = std::exchange(surroundings_, {true, false});
-  take();
+  drop();
   NodePtr inner = parseExpression();
   expect(closer, "')'");
   surroundings_ = outer;
@@ -304,7 +333,7 @@ NodePtr Parser::parseBracketed(Kind closer) {
 
 Literal Parser::parseNumber() {
   bool isNegative = current().kind == Kind::Binary;
-  if (isNegative) take();
+  if (isNegative) drop();
   Token number = take();
   if (number.magnitude63 && !isNegative) {
     throw SyntaxError("this integer does not fit in 64 bits", number.position, false);
@@ -316,11 +345,13 @@ Literal Parser::parseNumber() {
 
 Literal Parser::parseLiteralArray() {
   Nesting nesting(*this);
-  take();
+  Surroundings outer = std::exchange(surroundings_, {true, false});
+  drop();
   Literal array;
   array.kind = Literal::Kind::Array;
   while (current().kind != Kind::RightParenthesis) array.elements.push_back(parseArrayElement());
-  take();
+  drop();
+  surroundings_ = outer;
   return array;
 }
 
@@ -342,7 +373,7 @@ Literal Parser::parseArrayElement() {
         element.kind = Literal::Kind::Symbol;
         element.bytes = current().text;
       }
-      take();
+      drop();
       return element;
     default:
       fail("a literal or ')' expected, not " + nameOf(current()));
@@ -350,7 +381,8 @@ Literal Parser::parseArrayElement() {
 }
 
 Literal Parser::parseByteArray() {
-  take();
+  Surroundings outer = std::exchange(surroundings_, {true, false});
+  drop();
   Literal array;
   array.kind = Literal::Kind::ByteArray;
   while (current().kind != Kind::RightBracket) {
@@ -358,11 +390,15 @@ Literal Parser::parseByteArray() {
                   current().literal.kind == Literal::Kind::Integer &&
                   current().literal.integer >= 0 && current().literal.integer <= 255;
     if (!isByte) fail("an integer of 0 to 255 or ']' expected");
-    array.bytes += static_cast<char>(take().literal.integer);
+    array.bytes += static_cast<char>(current().literal.integer);
+    drop();
   }
-  take();
+  drop();
+  surroundings_ = outer;
   return array;
 }
+
+namespace {
 
 // The part of a line around a place, and the blanks that put a caret below the place.
 struct Excerpt {
@@ -394,14 +430,29 @@ Excerpt excerptOf(std::string_view line, size_t place) {
 
 }  // namespace
 
-Nodes parse(std::string_view source) { return Parser(source).parseProgram(); }
+StatementReader::StatementReader(SourceText& text) : parser_(std::make_unique<Parser>(text)) {}
 
-std::string describe(const SyntaxError& error, std::string_view name, std::string_view source) {
-  std::vector<std::string> lines = splitLines(source);
-  auto index = static_cast<size_t>(error.position.line - 1);
-  std::string line = index < lines.size() ? lines[index] : "";
-  if (line.ends_with('\r')) line.pop_back();
-  Excerpt excerpt = excerptOf(line, static_cast<size_t>(error.position.column - 1));
+StatementReader::~StatementReader() = default;
+
+NodePtr StatementReader::next() { return parser_->parseNextStatement(); }
+
+Nodes parse(std::string_view source) {
+  SourceText text(source);
+  StatementReader reader(text);
+  Nodes statements;
+  while (NodePtr statement = reader.next()) statements.push_back(std::move(statement));
+  return statements;
+}
+
+std::string describe(const SyntaxError& error, std::string_view name, const SourceText& text) {
+  std::string_view line = text.held();
+  Position start = text.heldFrom();
+  for (; start.line < error.position.line && !line.empty(); start = {start.line + 1, 1}) {
+    line.remove_prefix(std::min(line.find('\n'), line.size() - 1) + 1);
+  }
+  line = line.substr(0, line.find('\n'));
+  if (line.ends_with('\r')) line.remove_suffix(1);
+  Excerpt excerpt = excerptOf(line, static_cast<size_t>(error.position.column - start.column));
   return fmt::format("{}:{}:{}: {}\n  {}\n  {}^\n", name, error.position.line,
                      error.position.column, error.what(), excerpt.text, excerpt.blanks);
 }

@@ -21,18 +21,31 @@ RunResult Runner::run(std::string_view source, std::string_view name) {
   try {
     statements = parse(source);
   } catch (const SyntaxError& error) {
-    showError("syntax error: " + describe(error, name, source));
+    showSyntaxError(error, name, SourceText(source));
     return RunResult::SyntaxFailed;
   }
-  return runStatements(statements, name);
-}
-
-RunResult Runner::runStatements(const Nodes& statements, std::string_view name) {
   RunResult result = RunResult::Success;
   for (const NodePtr& statement : statements) {
     if (runStatement(*statement, name)) continue;
     result = RunResult::Failed;
     if (!options_.keepGoing) break;
+  }
+  return result;
+}
+
+RunResult Runner::runAsRead(TextSource& source, std::string_view name) {
+  SourceText text(source);
+  RunResult result = RunResult::Success;
+  try {
+    StatementReader reader(text);
+    while (NodePtr statement = reader.next()) {
+      if (runStatement(*statement, name)) continue;
+      result = RunResult::Failed;
+      if (!options_.keepGoing) break;
+    }
+  } catch (const SyntaxError& error) {
+    showSyntaxError(error, name, text);
+    return RunResult::SyntaxFailed;
   }
   return result;
 }
@@ -51,6 +64,11 @@ bool Runner::runStatement(const Node& statement, std::string_view name) {
   }
   interpreter_.safePointBetweenStatements();
   return succeeded;
+}
+
+void Runner::showSyntaxError(const SyntaxError& error, std::string_view name,
+                             const SourceText& text) {
+  showError("syntax error: " + describe(error, name, text));
 }
 
 void Runner::showAnswer(const Value& value) {

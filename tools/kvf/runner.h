@@ -2,6 +2,7 @@
 #pragma once
 
 #include "interpreter.h"
+#include "source_text.h"
 
 #include <ostream>
 #include <string>
@@ -29,11 +30,13 @@ class Runner {
   // breaks the grammar. Throws QuitRequest.
   RunResult run(std::string_view source, std::string_view name);
 
-  // The same for statements that were parsed already.
-  RunResult runStatements(const Nodes& statements, std::string_view name);
+  // Runs each statement before the next is read, in memory that does not grow with the text. What
+  // breaks the grammar is met where it stands. Throws also what `source` throws.
+  RunResult runAsRead(TextSource& source, std::string_view name);
 
  private:
   bool runStatement(const Node& statement, std::string_view name);
+  void showSyntaxError(const SyntaxError& error, std::string_view name, const SourceText& text);
   void showAnswer(const Value& value);
   void showError(const std::string& text);
 
