@@ -6,7 +6,7 @@
 
 namespace kvhost::memory {
 
-ChunkEntry chunkDirectory[MAX_CHUNKS];
+constinit ChunkEntry chunkDirectory[MAX_CHUNKS];  // in pages that are untouched until they serve
 constinit thread_local OwnerType thisThreadsOwner = OWNER_NO_THREAD;
 
 namespace {

@@ -26,7 +26,7 @@ inline constexpr OwnerType OWNER_NO_THREAD = ~OwnerType{0};  // a thread without
 
 struct ChunkEntry {
   std::atomic<OwnerType> owner;
-  Slot* slots;  // written before `owner` is, by the owner
+  Slot* slots = nullptr;  // written before `owner` is, by the owner
 };
 
 extern ChunkEntry chunkDirectory[MAX_CHUNKS];

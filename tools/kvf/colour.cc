@@ -17,7 +17,9 @@ constexpr int FEWEST_COLOURS = 8;  // red is among them
 bool terminalHasColours() {
   int found = 0;
   if (setupterm(nullptr, STDERR_FILENO, &found) != OK) return false;
-  return tigetnum("colors") >= FEWEST_COLOURS;
+  int colours = tigetnum("colors");
+  del_curterm(cur_term);
+  return colours >= FEWEST_COLOURS;
 }
 
 }  // namespace
