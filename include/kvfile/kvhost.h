@@ -15,9 +15,11 @@
 //   KvfShutdown(session);
 //   kvhost::sessionEnd(session);
 //
-// Threads: sessions and their objects belong to the thread that made them. Several sessions may
-// share a thread; each thread has one current session. Object identifiers are not passed between
-// threads, but for classes and Symbols.
+// Threads: sessions and their objects belong to the thread that made them, Symbols included. Several
+// sessions may share a thread; each thread has one current session. Object identifiers are not passed
+// between threads, but for those of classes.
+//
+// Forking: see dropInherited.
 #pragma once
 
 #include <kvfile/platform/kci.h>
@@ -48,7 +50,7 @@ inline constexpr OopType CLASS_KV_FILE = 0x2A001;
 
 // ---- process and sessions ----
 
-// Prepares the process; calling it again does nothing.
+// Prepares the process; calling it again does nothing. To be called before there are threads.
 void initialize();
 
 // Begins a session on this thread and makes it current. Answers its id, 1 or above, never reused
@@ -61,6 +63,15 @@ void sessionEnd(int sessionId);
 
 // Makes a session of this thread current; 0: none.
 void sessionSelect(int sessionId);
+
+// Called by the child of a fork, forgets the sessions that it has inherited and leaves their files
+// to the parent: nothing is written, nothing is closed, no position is moved. The child may then
+// begin sessions of its own. Its descriptors for the inherited files stay open until it ends or runs
+// another program. In the process that began the sessions this does nothing.
+//
+// Without it, parent and child both write what zlib has not yet written, both end a last line of
+// standard output, and move each other's positions: only one of the two may go on with the sessions.
+void dropInherited();
 
 // ---- calling actions ----
 
@@ -81,7 +92,7 @@ struct Outcome {
 };
 
 // Calls a declared action. A raise ends the action and unwinds the error-jump stack to its depth at
-// the call.
+// the call. An error of the C interface that is pending when the action ends is raised as well.
 Outcome callAction(const char* name, const OopType* args, int count);
 
 // A declared action, for whoever calls it often; null when none of that name is declared. It is good
@@ -91,8 +102,8 @@ const FoundAction* findAction(std::string_view name);
 Outcome callAction(const FoundAction& action, const OopType* args, int count);
 const char* nameOf(const FoundAction& action);
 
-// Runs `body(context)` so that a raise within it ends it; for the module's C entry points. Frames of
-// `body` must hold nothing that needs destruction.
+// Runs `body(context)` so that a raise within it, or an error pending at its end, is an outcome; for
+// the module's C entry points. Frames of `body` must hold nothing that needs destruction.
 Outcome protect(OopType (*body)(void* context), void* context);
 
 // Error-jump frames registered on this thread now; 0 outside actions.
@@ -114,6 +125,8 @@ std::vector<DeclaredAction> declaredActions();
 void forgetDeclaredActions();
 
 // ---- objects ----
+//
+// The functions that make one throw std::bad_alloc when memory runs out, and for more than 4 GB.
 
 OopType newKvFile();
 OopType newString(std::string_view bytes);
@@ -147,18 +160,34 @@ void makeInvariant(OopType object);
 void addRoot(const OopType* address);
 void removeRoot(const OopType* address);
 
+// Stores into a root, so that takeDroppedFiles knows of the reference that goes.
+void storeRoot(OopType* address, OopType value);
+
 struct Collection {
   int64 objectsBefore = 0;
   int64 objectsFreed = 0;
   int64 filesFinalized = 0;  // dead KvFile objects handed to KvfClientFinalize
+  int64 filesKept = 0;       // that it could not close, so that their objects live on
 };
 
 // Frees every object of this thread that no root refers to. Dead KvFile objects that are registered
 // in a session of this thread are handed to the action KvfClientFinalize first, which closes their
-// files. Never call it while an action runs.
+// files. While an action runs it does nothing. Throws std::bad_alloc, with nothing freed.
 Collection collectGarbage();
 
-// Objects and bytes allocated by this thread since its last collection; tells when one is worth it.
+// True when a collection is worth its time: when as much was made since the last one as that one
+// kept, but at least 16 MB or 100,000 objects; so the time spent on collecting grows with the objects
+// made and no faster. True as well when files that were dropped may hold half of the descriptors
+// that are left, or 256.
+bool collectionIsDue();
+
+// True when a registered file object may have lost its last reference since this was asked last: one
+// was made, or a reference to one, or to an object that leads to others, was overwritten by storeRoot
+// or a store into an Array. Collecting then closes a dropped file at once, and a program that does
+// not drop files need not collect for that.
+bool takeDroppedFiles();
+
+// Objects and bytes allocated by this thread since its last collection.
 int64 objectsSinceCollection();
 int64 bytesSinceCollection();
 int64 liveObjects();
@@ -173,8 +202,20 @@ void setLogStream(FILE* stream);
 // notes the interrupt. Without it SIGINT keeps its meaning.
 void enableInterrupts();
 
+// Puts the SIGINT handler back that was there before, unless it was replaced since, and forgets a
+// noted interrupt.
+void disableInterrupts();
+
 // True when an interrupt was noted and no read has answered it yet; clears it.
 bool takeInterrupt();
+
+// How a thread waits for a record lock that another process holds. 0, as at first: it asks again and
+// again, every 10 milliseconds at last, and takes no signal. With the number of a signal it waits in
+// the system, is woken as soon as the lock is free, and learns of a deadlock. During such a wait the
+// signal has a handler of the host's, in the whole process, and is unblocked in the waiting thread;
+// so it is to be one that nothing else uses, such as SIGRTMIN + 6. Where the system has no timer to
+// give, the thread asks again and again all the same.
+void setLockWaitSignal(int signal);
 
 // Makes the pointer that KvfTestClientHandler reads through lead to nothing, so that the read
 // faults; false makes it lead to a valid identifier (nil), as at first.

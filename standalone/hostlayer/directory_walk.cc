@@ -1,7 +1,7 @@
 // The walk over the entries of a directory, each handed to a callback that may leave by a jump.
 #include <kvfile/platform/host.h>
 
-#include "hostlayer/retry.h"
+#include "interface/error_state.h"
 
 #include <dirent.h>
 
@@ -10,6 +10,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -18,17 +19,20 @@ namespace {
 // that a callback that leaves by a jump leaks no descriptor. The names, each with its NUL, are kept
 // here and not in the frame of the walk, which such a jump abandons.
 struct Walk {
-  const void* frame;  // a stack address within HostDirectory
+  uint64_t call;  // the call of an action, or the like, that it was begun in
   std::string names;
 };
 
-// The walks of this thread, outermost first. One that was left by a jump stays until the next.
+// The walks of this thread. One that was left by a jump stays until one begins after its call has
+// ended. Where frames lie tells nothing: a thread may have several stacks.
 thread_local std::vector<std::unique_ptr<Walk>> walks;
 
-// Drops the walks whose frames are gone: the stack grows downwards, so a frame at or below that of
-// a walk that begins now is no longer there.
-void dropAbandonedWalks(const void* frame) {
-  while (!walks.empty() && !std::less<const void*>()(frame, walks.back()->frame)) walks.pop_back();
+void dropAbandonedWalks() {
+  std::erase_if(walks, [](const auto& walk) { return !kvhost::interface::isUnderWay(walk->call); });
+}
+
+void dropWalk(const Walk* walk) {
+  std::erase_if(walks, [walk](const auto& each) { return each.get() == walk; });
 }
 
 bool isSelfOrParent(const char* name) {
@@ -52,20 +56,24 @@ DIR* openDirectory(const char* path) {
   }
 }
 
-// Begins a walk of `path` with all its names; 0, or an errno value. The walk is there in either
-// case but for ENOMEM.
-int beginWalk(const char* path, const void* frame) {
+// Begins a walk of `path` with all its names; null with an errno value.
+const Walk* beginWalk(const char* path, int* errNum) {
+  dropAbandonedWalks();
   DIR* directory = openDirectory(path);
-  if (directory == nullptr) return errno;
-  int errNum = ENOMEM;
+  if (directory == nullptr) {
+    *errNum = errno;
+    return nullptr;
+  }
+  const Walk* begun = nullptr;
   try {
-    walks.push_back(std::make_unique<Walk>(Walk{frame, {}}));
-    errNum = readNames(directory, &walks.back()->names);
+    auto walk = std::make_unique<Walk>(Walk{kvhost::interface::currentCall(), {}});
+    *errNum = readNames(directory, &walk->names);
+    if (*errNum == 0) begun = walks.emplace_back(std::move(walk)).get();
   } catch (const std::bad_alloc&) {
-    errNum = ENOMEM;
+    *errNum = ENOMEM;
   }
   closedir(directory);
-  return errNum;
+  return begun;
 }
 
 // Nothing in this frame needs destruction: the callback may abandon it by a jump.
@@ -92,13 +100,12 @@ extern "C" {
 // which then fails with ECANCELED.
 BoolType HostDirectory(const char* path, HostDirCallbackType callback,
                        HostDirClientDataType* clientData, int /*flag*/) {
-  const void* frame = __builtin_frame_address(0);
-  dropAbandonedWalks(frame);
-  int errNum = beginWalk(path, frame);
-  if (errNum == 0 && !visitNames(walks.back().get(), path, callback, clientData)) {
-    errNum = ECANCELED;
+  int errNum = 0;
+  const Walk* walk = beginWalk(path, &errNum);
+  if (walk != nullptr) {
+    if (!visitNames(walk, path, callback, clientData)) errNum = ECANCELED;
+    dropWalk(walk);
   }
-  dropAbandonedWalks(frame);
   if (errNum == 0) return TRUE;
   clientData->errNum = errNum;
   return FALSE;

@@ -2,28 +2,30 @@
 
 #include <kvfile/platform/host.h>
 
+#include "hostlayer/fork.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
 
 namespace {
 
-// Never destroyed, since a thread may still ask while the process ends.
-std::mutex& environmentMutex() {
-  static auto* const mutex = new std::mutex;
-  return *mutex;
-}
+constinit std::mutex environmentMutex;
 
 }  // namespace
 
 namespace kvhost {
 
 std::optional<std::string> environmentValue(const std::string& name) {
-  const std::lock_guard<std::mutex> guard(environmentMutex());
+  const std::lock_guard<std::mutex> guard(environmentMutex);
   const char* value = std::getenv(name.c_str());
   if (value == nullptr) return std::nullopt;
   return value;
 }
+
+void lockEnvironment() { environmentMutex.lock(); }
+
+void unlockEnvironment() { environmentMutex.unlock(); }
 
 }  // namespace kvhost
 
@@ -39,7 +41,7 @@ BoolType HostGetEnv(const char* name, char* out, size_t outSize) {
 }
 
 BoolType HostSetEnv(const char* name, const char* value) {
-  const std::lock_guard<std::mutex> guard(environmentMutex());
+  const std::lock_guard<std::mutex> guard(environmentMutex);
   const int status = value == nullptr ? unsetenv(name) : setenv(name, value, 1);
   return status == 0 ? TRUE : FALSE;
 }

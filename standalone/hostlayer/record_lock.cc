@@ -6,7 +6,7 @@
 #include <kvfile/platform/host.h>
 
 #include "hostlayer/error_text.h"
-#include "hostlayer/lock_wait_timer.h"
+#include "hostlayer/lock_wait.h"
 #include "hostlayer/retry.h"
 
 #include <fcntl.h>
@@ -34,28 +34,6 @@ struct flock64 rangeLock(short type, long offset, long bytes) {
 }
 
 short lockType(int isWriteLock) { return isWriteLock != 0 ? F_WRLCK : F_RDLCK; }
-
-bool meansHeldByAnother(int errNum) { return errNum == EAGAIN || errNum == EACCES; }
-
-// 0, or the errno value. Does not wait.
-int setLock(int fd, struct flock64* range) {
-  const int status = kvhost::retryInterrupted([&] { return fcntl(fd, F_SETLK64, range); });
-  return status == 0 ? 0 : errno;
-}
-
-// Waits in the system, which wakes the thread as soon as the lock is free. 0, EAGAIN when the time
-// is over, EINTR when the user interrupted the wait, or the errno value of a failure.
-int waitForLock(int fd, struct flock64* range, int millisecs) {
-  const kvhost::LockWaitTimer timer(millisecs);
-  if (timer.errNum() != 0) return timer.errNum();
-  for (;;) {
-    if (fcntl(fd, F_SETLKW64, range) == 0) return 0;
-    if (errno != EINTR) return errno;
-    const bool expired = timer.expired();
-    if (kvhost::takeInterrupt()) return EINTR;
-    if (expired) return setLock(fd, range);
-  }
-}
 
 // What to tell beside the bare text of the error.
 const char* adviceFor(int errNum, int isWriteLock) {
@@ -92,12 +70,12 @@ int HostLockFile(FILE* f, int isWriteLock, long offset, long bytes, int millisec
   if (f == nullptr) return fail(err, EBADF, NO_STREAM);
   const int fd = fileno(f);
   struct flock64 range = rangeLock(lockType(isWriteLock), offset, bytes);
-  int errNum = setLock(fd, &range);
-  if (meansHeldByAnother(errNum) && millisecs > 0) {
-    errNum = kvhost::takeInterrupt() ? EINTR : waitForLock(fd, &range, millisecs);
+  int errNum = kvhost::setLock(fd, &range);
+  if (kvhost::meansHeldByAnother(errNum) && millisecs > 0) {
+    errNum = kvhost::takeInterrupt() ? EINTR : kvhost::waitForLock(fd, &range, millisecs);
   }
   if (errNum == 0) return DONE;
-  if (meansHeldByAnother(errNum)) return NOT_OBTAINED;
+  if (kvhost::meansHeldByAnother(errNum)) return NOT_OBTAINED;
   return fail(err, errNum, adviceFor(errNum, isWriteLock));
 }
 
@@ -105,7 +83,7 @@ int HostLockFile(FILE* f, int isWriteLock, long offset, long bytes, int millisec
 int HostUnlockFile(FILE* f, long offset, long bytes, SysErrorSType* err) {
   if (f == nullptr) return fail(err, EBADF, NO_STREAM);
   struct flock64 range = rangeLock(F_UNLCK, offset, bytes);
-  const int errNum = setLock(fileno(f), &range);
+  const int errNum = kvhost::setLock(fileno(f), &range);
   return errNum == 0 ? DONE : fail(err, errNum, "");
 }
 

@@ -1,6 +1,7 @@
 // Declared actions: the table of them, and calling one by its name.
 #include <kvfile/kvhost.h>
 
+#include "hostlayer/fork.h"
 #include "interface/error_state.h"
 
 #include <array>
@@ -32,6 +33,8 @@ class ActionTable {
   const FoundAction* find(std::string_view name) const;
   std::vector<DeclaredAction> list();
   void forgetAll();
+  void lock() { mutex_.lock(); }
+  void unlock() { mutex_.unlock(); }
 
  private:
   static constexpr size_t BUCKETS = 256;
@@ -145,6 +148,10 @@ Outcome callAction(const char* name, const OopType* args, int count) {
 std::vector<DeclaredAction> declaredActions() { return interface::actionTable().list(); }
 
 void forgetDeclaredActions() { interface::actionTable().forgetAll(); }
+
+void lockActions() { interface::actionTable().lock(); }
+
+void unlockActions() { interface::actionTable().unlock(); }
 
 }  // namespace kvhost
 

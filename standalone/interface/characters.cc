@@ -110,6 +110,8 @@ int64 KciFetchChars_(OopType obj, int64 startIndex, char* buf, int64 maxSize) {
 
 int64 KciFetchUtf8Bytes_(OopType str, int64 startIndex, ByteType* buf, int64 maxBytes,
                          OopType* utf8String, int /*flags*/) {
+  // What has no size, nil too, has no text: that is no failure.
+  if (KciFetchSize_(str) == 0) return 0;
   Slot* slot = kvhost::interface::characterObject(str);
   if (slot == nullptr) return 0;
   if (!isUtf16(*slot)) return KciFetchBytes_(str, startIndex, buf, maxBytes);

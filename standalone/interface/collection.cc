@@ -1,6 +1,7 @@
 // Collecting garbage: the collector's steps, with the files of dead file objects closed in between.
 #include <kvfile/kvhost.h>
 
+#include "interface/dropped_files.h"
 #include "interface/error_state.h"
 #include "interface/oop_map.h"
 #include "interface/sessions.h"
@@ -32,41 +33,45 @@ OopType arrayOfIds(const std::vector<OopType>& objects) {
 
 bool callFinalize(int sessionId, const std::vector<OopType>& dead) {
   const OopType ids = arrayOfIds(dead);
-  if (ids == OOP_NIL) return false;
   const int before = interface::exchangeCurrentSession(sessionId);
   const Outcome outcome = callAction("KvfClientFinalize", &ids, 1);
   interface::exchangeCurrentSession(before);
   return outcome.status == CallStatus::Answered;
 }
 
-// Answers how many files were handed over. What could not be stays registered, so its object is
-// kept: else a new object with the same identifier would find itself bound to the old file.
-int64 finalizeDeadFiles(Collector& collector) {
-  int64 finalized = 0;
+// What could not be handed over stays registered, so its object is kept: else a new object with the
+// same identifier would find itself bound to the old file.
+int64 keepRegistered(Collector& collector, const Session& session) {
+  const std::vector<OopType> left = deadKeys(collector, session);
+  for (const OopType key : left) collector.mark(key);
+  return static_cast<int64>(left.size());
+}
+
+void finalizeDeadFiles(Collector& collector, Collection* result) {
   for (Session* session : interface::sessionsWithFiles()) {
     const std::vector<OopType> dead = deadKeys(collector, *session);
     if (dead.empty()) continue;
-    if (callFinalize(session->id, dead)) {
-      finalized += static_cast<int64>(dead.size());
-    }
+    if (callFinalize(session->id, dead)) result->filesFinalized += static_cast<int64>(dead.size());
     if (session->fileMap == nullptr) continue;
-    for (const OopType key : deadKeys(collector, *session)) collector.mark(key);
+    result->filesKept += keepRegistered(collector, *session);
+    interface::shrink(*session->fileMap);
   }
-  return finalized;
 }
 
 }  // namespace
 
 Collection collectGarbage() {
   Collection result;
-  if (interface::errorState().raisePoint != nullptr) return result;  // an action runs
+  if (interface::currentCall() != 0) return result;  // an action runs
   memory::ObjectMemory& objects = memory::threadMemory();
-  result.objectsBefore = objects.liveObjects;
+  result.objectsBefore = objects.liveObjects();
   Collector collector(objects);
   collector.markFromRoots();
-  result.filesFinalized = finalizeDeadFiles(collector);
-  const int64 made = objects.liveObjects - result.objectsBefore;  // for the call, and dead now
+  finalizeDeadFiles(collector, &result);
+  const int64 made = objects.liveObjects() - result.objectsBefore;  // for the call, and dead now
   result.objectsFreed = collector.sweep() - made;
+  if (result.filesKept > 0) interface::noteUnclosedFiles();
+  interface::noteCollection();
   return result;
 }
 

@@ -1,4 +1,6 @@
 // Dates: seconds since 1970 to calendar years, always in UTC.
+#include <kvfile/kvhost.h>
+
 #include "interface/error_state.h"
 #include "memory/object_memory.h"
 #include "memory/symbol_table.h"
@@ -58,6 +60,9 @@ void KciCTimeToDateTime(int64 time, KciDateTimeSType* out) {
   out->dayOfYear = static_cast<int>(date.dayOfYear);
   out->milliseconds = static_cast<int>(time - days * SECONDS_PER_DAY) * 1000;
   out->timeZone = kvhost::memory::internSymbol("UTC");
+  if (out->timeZone == OOP_NIL) {
+    kvhost::interface::fail(kvhost::interface::ERROR_NO_MEMORY, kvhost::CLASS_SYMBOL);
+  }
 }
 
 OopType KciNewDateTime(OopType cls, const KciDateTimeSType* value) {

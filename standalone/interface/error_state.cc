@@ -2,8 +2,11 @@
 
 #include <kvfile/kvhost.h>
 
+#include "memory/assertions.h"
+
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 
 namespace kvhost::interface {
 
@@ -35,6 +38,43 @@ void reportForgottenFrames(ErrorState& state) {
   KciGetLogger()(text);
 }
 
+// An older error is not this call's. Where it is one of a surrounding call, it is kept for that.
+void beginCall(ErrorState& state, RaisePoint* point) {
+  point->callNumber = ++state.calls;
+  point->outer = state.raisePoint;
+  point->outerFrames = state.frames;
+  point->outerIsPending = state.isPending && state.raisePoint != nullptr;
+  if (point->outerIsPending) point->outerPending = state.pending;
+  state.raisePoint = point;
+  state.frames = nullptr;
+  state.isPending = false;
+}
+
+void endCall(ErrorState& state, const RaisePoint& point) {
+  KVHOST_ASSERT(state.raisePoint == &point);
+  reportForgottenFrames(state);
+  state.raisePoint = point.outer;
+  state.frames = point.outerFrames;
+  state.isPending = point.outerIsPending;
+  if (point.outerIsPending) state.pending = point.outerPending;
+}
+
+// Memory that runs out in the host itself is an error like any other. Whatever else is thrown is the
+// embedding program's, and goes on to it.
+OopType callBody(OopType (*body)(void*), void* context, const RaisePoint& point) {
+  ErrorState& state = threadErrors;
+  try {
+    return body(context);
+  } catch (const std::bad_alloc&) {
+    describeError(ERROR_NO_MEMORY, OOP_NIL, OOP_NIL, &state.pending);
+    state.isPending = true;
+  } catch (...) {
+    endCall(state, point);
+    throw;
+  }
+  return OOP_NIL;
+}
+
 [[noreturn]] void stopUncaught(const KciErrSType& err) {
   std::fprintf(stderr, "kvhost: error %d was raised outside any call: %s%s%s\n", err.number,
                err.message, err.reason[0] != '\0' ? ": " : "", err.reason);
@@ -52,23 +92,30 @@ void fail(ErrorNumber number, OopType first, OopType second) {
   if (state.frames != nullptr) longjmp(state.frames->buf, 1);
 }
 
+uint64_t currentCall() {
+  return threadErrors.raisePoint != nullptr ? threadErrors.raisePoint->callNumber : 0;
+}
+
+bool isUnderWay(uint64_t number) {
+  const RaisePoint* point = threadErrors.raisePoint;
+  while (point != nullptr && point->callNumber != number) point = point->outer;
+  return number == 0 || point != nullptr;
+}
+
 bool runGuarded(OopType (*body)(void*), void* context, OopType* value, KciErrSType* error) {
   ErrorState& state = threadErrors;
   RaisePoint point;
-  point.outer = state.raisePoint;
-  point.outerFrames = state.frames;
+  beginCall(state, &point);
   if (setjmp(point.buf) != 0) {
     *error = point.error;
     return false;
   }
-  state.raisePoint = &point;
-  state.frames = nullptr;
-  state.isPending = false;  // an older error is not this call's
-  *value = body(context);
-  reportForgottenFrames(state);
-  state.raisePoint = point.outer;
-  state.frames = point.outerFrames;
-  return true;
+  const OopType answer = callBody(body, context, point);
+  const bool failed = state.isPending;
+  if (failed) *error = state.pending;
+  endCall(state, point);
+  if (!failed) *value = answer;
+  return !failed;
 }
 
 }  // namespace kvhost::interface
@@ -105,10 +152,7 @@ void KciRaiseException(const KciErrSType* err) {
   kvhost::interface::RaisePoint* point = state.raisePoint;
   if (point == nullptr) kvhost::interface::stopUncaught(*err);
   point->error = *err;
-  kvhost::interface::reportForgottenFrames(state);
-  state.raisePoint = point->outer;
-  state.frames = point->outerFrames;
-  state.isPending = false;
+  kvhost::interface::endCall(state, *point);
   longjmp(point->buf, 1);
 }
 

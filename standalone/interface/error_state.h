@@ -18,8 +18,11 @@ namespace kvhost::interface {
 // Where a raise unwinds to: a frame of callAction or protect.
 struct RaisePoint {
   jmp_buf buf;
+  uint64_t callNumber;           // of the call that it belongs to; never used twice in a thread
   RaisePoint* outer;             // the point of the surrounding call
   KciErrJumpSType* outerFrames;  // frames of the surrounding call, hidden from this one
+  bool outerIsPending;           // whether the surrounding call had an error pending ...
+  KciErrSType outerPending;      // ... which is kept here meanwhile
   KciErrSType error;             // what was raised
 };
 
@@ -27,6 +30,7 @@ struct ErrorState {
   RaisePoint* raisePoint;   // the innermost
   KciErrJumpSType* frames;  // error-jump frames of the running call, the innermost first
   int64 forgottenFrames;    // that ended calls left registered, since the thread began
+  uint64_t calls;           // begun since the thread began
   bool isPending;
   KciErrSType pending;
 };
@@ -42,8 +46,15 @@ ErrorState& errorState();
 void fail(ErrorNumber number, OopType first = OOP_NIL, OopType second = OOP_NIL);
 
 // Runs `body(context)` as a call of its own. True with `*value` filled, or false with `*error`
-// filled when it raised.
+// filled when it raised, or ended with an interface error pending: what an action did not ask about
+// is no success.
 bool runGuarded(OopType (*body)(void*), void* context, OopType* value, KciErrSType* error);
+
+// The number of the innermost call that runs on this thread; 0 outside of calls.
+uint64_t currentCall();
+
+// True until call `number` has ended; 0 never ends.
+bool isUnderWay(uint64_t number);
 
 // Like `fail`, for functions that answer something: answers `result` when it comes back.
 template <typename T>

@@ -44,11 +44,17 @@ bool isKindOf(OopType oop, OopType cls) {
   return info != nullptr && memory::inheritsFrom(*info, cls);
 }
 
-Slot* byteObject(OopType oop) {
+Slot* byteObjectToSet(OopType oop) {
   Slot* slot = memory::findSlot(oop);
   if (slot == nullptr) return reportMissing(oop, ERROR_NOT_BYTES);
   if ((slot->flags & memory::SLOT_POINTERS) == 0) return slot;
   return failWith<Slot*>(nullptr, ERROR_NOT_BYTES, oop);
+}
+
+Slot* byteObject(OopType oop) {
+  Slot* slot = byteObjectToSet(oop);
+  if (slot != nullptr) memory::setUnsetBytes(*slot);
+  return slot;
 }
 
 Slot* pointerObject(OopType oop) {
@@ -61,8 +67,11 @@ Slot* pointerObject(OopType oop) {
 Slot* characterObject(OopType oop) {
   Slot* slot = memory::findSlot(oop);
   if (slot == nullptr) return reportMissing(oop, ERROR_NOT_CHARACTERS);
-  if (memory::classOfNumber(slot->classNumber).characters) return slot;
-  return failWith<Slot*>(nullptr, ERROR_NOT_CHARACTERS, oop);
+  if (!memory::classOfNumber(slot->classNumber).characters) {
+    return failWith<Slot*>(nullptr, ERROR_NOT_CHARACTERS, oop);
+  }
+  memory::setUnsetBytes(*slot);
+  return slot;
 }
 
 bool mayChange(OopType oop, const Slot& slot) {
@@ -77,7 +86,7 @@ bool makeRoom(OopType oop, Slot& slot, int64_t offset, int64_t count) {
   if (!memory::classOfNumber(slot.classNumber).sizeVaries) {
     return failWith(false, ERROR_SIZE_FIXED, oop);
   }
-  if (memory::resize(slot, end, memory::Growth::Geometric)) return true;
+  if (memory::extendForStore(slot, offset, count)) return true;
   return failWith(false, ERROR_NO_MEMORY, oop);
 }
 

@@ -20,14 +20,15 @@ bool isKindOf(OopType oop, OopType cls);
 
 // The slot of an object that holds bytes (elements, text); null after reporting why not.
 memory::Slot* byteObject(OopType oop);
+memory::Slot* byteObjectToSet(OopType oop);  // whose bytes may not have been set yet
 memory::Slot* pointerObject(OopType oop);
 memory::Slot* characterObject(OopType oop);
 
 // True when a store may change the object; false after reporting why not.
 bool mayChange(OopType oop, const memory::Slot& slot);
 
-// Makes room so that `count` units can be stored from the 0-based `offset` on; false after
-// reporting why that cannot be.
+// Makes room so that `count` units can be stored from the 0-based `offset` on, which the caller does
+// at once; false after reporting why that cannot be.
 bool makeRoom(OopType oop, memory::Slot& slot, int64_t offset, int64_t count);
 
 // Units that a fetch of `count` from the 1-based `startIndex` on gives: fewer at the end, 0 behind

@@ -1,4 +1,5 @@
 // Stores into objects, and changes of their size.
+#include "interface/dropped_files.h"
 #include "interface/error_state.h"
 #include "interface/object_access.h"
 #include "memory/contents.h"
@@ -16,8 +17,16 @@ bool isIndexRange(OopType obj, int64 startIndex, int64 count) {
   return false;
 }
 
+// The elements from `from` to `to`, of which there may be none, are about to be overwritten.
+void noteDroppedElements(Slot& slot, int64 from, int64 to) {
+  const OopType* elements = elementsIn(slot);
+  for (int64 i = from; i < to; ++i) kvhost::interface::noteDroppedReference(elements[i]);
+}
+
 void storeElements(OopType obj, Slot& slot, int64 offset, const OopType* values, int64 count) {
+  const int64 oldSize = slot.size;
   if (count == 0 || !kvhost::interface::makeRoom(obj, slot, offset, count)) return;
+  noteDroppedElements(slot, offset, std::min(offset + count, oldSize));
   std::copy_n(values, count, elementsIn(slot) + offset);
 }
 
@@ -27,14 +36,17 @@ extern "C" {
 
 void KciStoreBytesInstanceOf(OopType cls, OopType obj, int64 startIndex, const ByteType* bytes,
                              int64 count) {
-  Slot* slot = kvhost::interface::byteObject(obj);
+  Slot* slot = kvhost::interface::byteObjectToSet(obj);
   if (slot == nullptr) return;
   if (cls != OOP_NIL && !kvhost::interface::isKindOf(obj, cls)) {
     fail(kvhost::interface::ERROR_WRONG_CLASS, obj, cls);
     return;
   }
   if (!kvhost::interface::mayChange(obj, *slot) || !isIndexRange(obj, startIndex, count)) return;
-  if (count == 0 || !kvhost::interface::makeRoom(obj, *slot, startIndex - 1, count)) return;
+  if (count == 0) return;
+  const bool fits = count <= slot->size - (startIndex - 1);
+  kvhost::memory::setUnsetBytes(*slot, startIndex - 1, fits ? count : 0);
+  if (!fits && !kvhost::interface::makeRoom(obj, *slot, startIndex - 1, count)) return;
   kvhost::memory::copyBytes(contentsOf(*slot) + startIndex - 1, bytes, static_cast<size_t>(count));
 }
 
@@ -65,9 +77,12 @@ void KciSetVaryingSize(OopType obj, int64 size) {
   if (!kvhost::interface::mayChange(obj, *slot) || !isIndexRange(obj, 1, size)) return;
   if (!kvhost::memory::classOfNumber(slot->classNumber).sizeVaries) {
     fail(kvhost::interface::ERROR_SIZE_FIXED, obj);
-  } else if (!kvhost::memory::resize(*slot, size, kvhost::memory::Growth::Exact)) {
-    fail(kvhost::interface::ERROR_NO_MEMORY, obj);
+    return;
   }
+  if ((slot->flags & kvhost::memory::SLOT_POINTERS) != 0) {
+    noteDroppedElements(*slot, size, slot->size);
+  }
+  if (!kvhost::memory::resize(*slot, size)) fail(kvhost::interface::ERROR_NO_MEMORY, obj);
 }
 
 }  // extern "C"

@@ -1,5 +1,6 @@
 #include "interface/object_creation.h"
 
+#include "interface/dropped_files.h"
 #include "interface/error_state.h"
 #include "interface/object_access.h"
 #include "memory/contents.h"
@@ -32,10 +33,9 @@ OopType orNoMemory(OopType made, OopType cls) {
 
 }  // namespace
 
-OopType makeByteObject(OopType cls, std::string_view bytes) {
-  if (cls == CLASS_SYMBOL) return memory::internSymbol(bytes);
-  const NewObject object =
-      memory::threadMemory().make(*memory::findClass(cls), static_cast<int64_t>(bytes.size()));
+OopType makeByteObject(const ClassInfo& cls, std::string_view bytes) {
+  if (cls.id == CLASS_SYMBOL) return memory::internSymbol(bytes);
+  const NewObject object = memory::threadMemory().make(cls, static_cast<int64_t>(bytes.size()));
   if (object.slot == nullptr) return OOP_NIL;
   memory::copyBytes(contentsOf(*object.slot), bytes.data(), bytes.size());
   return object.oop;
@@ -65,12 +65,14 @@ OopType KciNewOop(OopType cls) {
   if (info == nullptr || info->making != kvhost::memory::Making::Anyone) {
     return failWith(OOP_NIL, kvhost::interface::ERROR_NOT_INSTANTIABLE, cls);
   }
-  return orNoMemory(kvhost::memory::threadMemory().make(*info, info->fixedSize).oop, cls);
+  const OopType made = kvhost::memory::threadMemory().make(*info, info->fixedSize).oop;
+  if (cls == kvhost::CLASS_KV_FILE && made != OOP_NIL) kvhost::interface::noteNewFile(made);
+  return orNoMemory(made, cls);
 }
 
 OopType KciNewByteObj(OopType cls, const char* bytes, size_t length) {
-  if (byteClass(cls) == nullptr) return OOP_NIL;
-  return orNoMemory(makeByteObject(cls, {bytes, length}), cls);
+  const kvhost::memory::ClassInfo* info = byteClass(cls);
+  return info != nullptr ? orNoMemory(makeByteObject(*info, {bytes, length}), cls) : OOP_NIL;
 }
 
 OopType KciCreateByteObj(OopType cls, OopType /*objId*/, const ByteType* bytes, int64 size,
@@ -88,8 +90,12 @@ OopType KciCreateByteObj(OopType cls, OopType /*objId*/, const ByteType* bytes, 
   if (object.slot == nullptr) return orNoMemory(OOP_NIL, cls);
   if (bytes != nullptr) {
     kvhost::memory::copyBytes(contentsOf(*object.slot), bytes, static_cast<size_t>(size));
+  } else {
+    object.slot->flags |= kvhost::memory::SLOT_UNSET;
   }
-  if (makePermanent != FALSE) objects.makePermanent(*object.slot);
+  if (makePermanent != FALSE && !objects.makePermanent(*object.slot)) {
+    return orNoMemory(OOP_NIL, cls);
+  }
   return object.oop;
 }
 

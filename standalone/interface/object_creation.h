@@ -3,7 +3,7 @@
 
 #include <kvfile/platform/oop.h>
 
-#include "memory/slot.h"
+#include "memory/class_table.h"
 
 #include <cstdint>
 #include <string_view>
@@ -11,7 +11,7 @@
 namespace kvhost::interface {
 
 // A new object of the byte class `cls` (Symbols are interned); nil when memory runs out.
-OopType makeByteObject(OopType cls, std::string_view bytes);
+OopType makeByteObject(const memory::ClassInfo& cls, std::string_view bytes);
 
 // The integer object for `value`; nil when memory runs out.
 OopType makeInteger(int64_t value);

@@ -10,4 +10,10 @@ namespace kvhost::interface {
 // The keys of all entries, in no particular order.
 std::vector<OopType> keysOf(const KciOopMapType& map);
 
+// True when the map has no entry; deleted ones may make it false.
+bool isEmpty(const KciOopMapType& map);
+
+// Gives memory back where entries were deleted by the many. Entries move.
+void shrink(KciOopMapType& map);
+
 }  // namespace kvhost::interface

@@ -2,15 +2,15 @@
 
 #include <kvfile/kvhost.h>
 
+#include "hostlayer/fork.h"
 #include "memory/object_memory.h"
-
-#include <absl/container/flat_hash_map.h>
 
 #include <unistd.h>
 
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 
 namespace kvhost::interface {
 
@@ -18,34 +18,35 @@ namespace {
 
 struct SessionTable {
   std::mutex mutex;
-  absl::flat_hash_map<int, std::unique_ptr<Session>> sessions;
+  std::unordered_map<int, std::unique_ptr<Session>> sessions;
   int lastId = 0;
 };
 
-// Sessions removed so far: what a thread remembers from before the last removal is doubtful.
-constinit std::atomic<uint64_t> removals = 0;
+// Maps stored and sessions removed so far: what a thread remembers from before the last of them is
+// doubtful.
+constinit std::atomic<uint64_t> changes = 0;
 
 SessionTable& sessionTable() {
   static auto* table = new SessionTable;  // outlives every thread
   return *table;
 }
 
-// The session that this thread looked up last: actions ask for the same one again and again.
-struct RememberedSession {
+// The file map that this thread looked up last: actions ask for the same one again and again.
+struct RememberedMap {
   int id;
-  uint64_t removals;
-  Session* session;
+  uint64_t changes;
+  KciOopMapType* map;
 };
 
 constinit thread_local int currentId = 0;
-constinit thread_local RememberedSession remembered = {0, 0, nullptr};
+constinit thread_local RememberedMap remembered = {0, 0, nullptr};
 
-Session* findInTable(SessionTable& table, int id) {
-  const std::lock_guard lock(table.mutex);
+void noteChange() { changes.fetch_add(1, std::memory_order_release); }
+
+// Called with the lock held.
+Session* findSession(const SessionTable& table, int id) {
   const auto found = table.sessions.find(id);
-  if (found == table.sessions.end()) return nullptr;
-  remembered = {id, removals.load(std::memory_order_relaxed), found->second.get()};
-  return found->second.get();
+  return found != table.sessions.end() ? found->second.get() : nullptr;
 }
 
 Session& addSession(SessionTable& table, int id, bool begun) {
@@ -53,11 +54,13 @@ Session& addSession(SessionTable& table, int id, bool begun) {
   session->id = id;
   session->begun = begun;
   session->owner = memory::threadMemory().owner();
+  session->process = getpid();
   std::unique_ptr<Session>& place = table.sessions[id];
   place = std::move(session);
   return *place;
 }
 
+// Takes the session out; its sockets are closed behind the lock.
 std::unique_ptr<Session> removeSession(int id) {
   SessionTable& table = sessionTable();
   const std::lock_guard lock(table.mutex);
@@ -65,8 +68,17 @@ std::unique_ptr<Session> removeSession(int id) {
   if (found == table.sessions.end()) return nullptr;
   std::unique_ptr<Session> removed = std::move(found->second);
   table.sessions.erase(found);
-  removals.fetch_add(1, std::memory_order_release);
+  noteChange();
   return removed;
+}
+
+KciOopMapType* findMap(int id) {
+  SessionTable& table = sessionTable();
+  const std::lock_guard lock(table.mutex);
+  const Session* session = findSession(table, id);
+  KciOopMapType* map = session != nullptr ? session->fileMap : nullptr;
+  remembered = {id, changes.load(std::memory_order_relaxed), map};
+  return map;
 }
 
 }  // namespace
@@ -77,15 +89,12 @@ Session::~Session() {
   }
 }
 
-Session* findSession(int id) {
-  if (remembered.session != nullptr && remembered.id == id &&
-      remembered.removals == removals.load(std::memory_order_acquire)) {
-    return remembered.session;
-  }
-  return findInTable(sessionTable(), id);
+Session* currentSession() {
+  if (currentId == 0) return nullptr;
+  SessionTable& table = sessionTable();
+  const std::lock_guard lock(table.mutex);
+  return findSession(table, currentId);
 }
-
-Session* currentSession() { return currentId != 0 ? findSession(currentId) : nullptr; }
 
 std::vector<Session*> sessionsWithFiles() {
   SessionTable& table = sessionTable();
@@ -104,11 +113,30 @@ int exchangeCurrentSession(int id) {
   return before;
 }
 
+void forgetInheritedSessions() {
+  SessionTable& table = sessionTable();
+  const pid_t process = getpid();
+  const std::lock_guard lock(table.mutex);
+  std::erase_if(table.sessions, [process](const auto& entry) {
+    const Session& session = *entry.second;
+    if (session.process == process) return false;
+    KciOopMapDestroy(session.fileMap);
+    if (currentId == session.id) currentId = 0;
+    return true;
+  });
+  noteChange();
+}
+
+void lockSessions() { sessionTable().mutex.lock(); }
+
+void unlockSessions() { sessionTable().mutex.unlock(); }
+
 }  // namespace kvhost::interface
 
 namespace kvhost {
 
 int sessionBegin() {
+  makeForkSafe();
   interface::SessionTable& table = interface::sessionTable();
   const std::lock_guard lock(table.mutex);
   do {
@@ -132,20 +160,24 @@ extern "C" {
 int KciGetSessionId(void) { return kvhost::interface::currentId; }
 
 KciOopMapType* KciSupGetKvfileOopMap(int sessionId) {
-  const kvhost::interface::Session* session = kvhost::interface::findSession(sessionId);
-  return session != nullptr ? session->fileMap : nullptr;
+  using namespace kvhost::interface;
+  const bool isRemembered =
+      remembered.id == sessionId && remembered.changes == changes.load(std::memory_order_acquire);
+  return isRemembered ? remembered.map : findMap(sessionId);
 }
 
 void KciSupStoreKvfileOopMap(int sessionId, KciOopMapType* map) {
-  kvhost::interface::Session* session = kvhost::interface::findSession(sessionId);
-  if (session == nullptr) {
-    if (map == nullptr) return;
-    kvhost::interface::SessionTable& table = kvhost::interface::sessionTable();
-    const std::lock_guard lock(table.mutex);
-    session = &kvhost::interface::addSession(table, sessionId, false);
-  }
+  using namespace kvhost::interface;
+  SessionTable& table = sessionTable();
+  std::unique_lock lock(table.mutex);
+  Session* session = findSession(table, sessionId);
+  if (session == nullptr && map == nullptr) return;
+  if (session == nullptr) session = &addSession(table, sessionId, false);
   session->fileMap = map;
-  if (map == nullptr && !session->begun) kvhost::interface::removeSession(sessionId);
+  noteChange();
+  const bool isOver = map == nullptr && !session->begun;
+  lock.unlock();
+  if (isOver) removeSession(sessionId);
 }
 
 }  // extern "C"

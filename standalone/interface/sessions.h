@@ -5,6 +5,8 @@
 
 #include "memory/slot_directory.h"
 
+#include <sys/types.h>
+
 #include <vector>
 
 namespace kvhost::interface {
@@ -13,6 +15,7 @@ struct Session {
   int id = 0;
   bool begun = false;  // by sessionBegin; else it exists only because a map is kept under its id
   memory::OwnerType owner = memory::OWNER_NONE;
+  pid_t process = 0;  // that began it
   KciOopMapType* fileMap = nullptr;
   int sockets[2] = {-1, -1};  // the pair whose buffer sizes are asked and set; made when needed
 
@@ -22,10 +25,7 @@ struct Session {
   Session& operator=(const Session&) = delete;
 };
 
-// The session of this id, or null. The answer is good until the session ends.
-Session* findSession(int id);
-
-// This thread's current session, or null.
+// This thread's current session, or null. The answer is good until the session ends.
 Session* currentSession();
 
 // This thread's sessions that keep a file map.
@@ -33,5 +33,13 @@ std::vector<Session*> sessionsWithFiles();
 
 // Makes any id current, one without a session too, and answers the one that was.
 int exchangeCurrentSession(int id);
+
+// Forgets every session that another process began, with its map. What the maps lead to is left
+// alone.
+void forgetInheritedSessions();
+
+// Hold the sessions as they are while the process forks.
+void lockSessions();
+void unlockSessions();
 
 }  // namespace kvhost::interface

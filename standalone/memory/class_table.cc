@@ -59,20 +59,20 @@ uint8_t indexOfNumber(uint64_t number) {
 // One object for each class, and the error category behind them.
 using FixedSlots = std::array<Slot, CLASSES.size() + 1>;
 
-FixedSlots& fixedSlots() {
-  static FixedSlots slots;
-  static const bool prepared = [] {
-    for (Slot& slot : slots) {
-      slot.classNumber = static_cast<uint32_t>(slotNumberOf(CLASS_CLASS));
-      slot.flags = SLOT_POINTERS | SLOT_INVARIANT | SLOT_PERMANENT;
-      slot.state = SlotState::Live;
-    }
-    slots.back().classNumber = static_cast<uint32_t>(slotNumberOf(CLASS_OBJECT));
-    return true;
-  }();
-  static_cast<void>(prepared);
-  return slots;
+constexpr Slot fixedObject(OopType cls) {
+  Slot slot{};
+  slot.classNumber = static_cast<uint32_t>(slotNumberOf(cls));
+  slot.flags = SLOT_LIVE | SLOT_POINTERS | SLOT_INVARIANT | SLOT_PERMANENT;
+  return slot;
 }
+
+// Nobody writes to them; they are no constants because slots are handed out as changeable.
+constinit FixedSlots fixedSlots = [] {
+  FixedSlots slots{};
+  slots.fill(fixedObject(CLASS_CLASS));
+  slots.back() = fixedObject(CLASS_OBJECT);
+  return slots;
+}();
 
 }  // namespace
 
@@ -94,9 +94,9 @@ bool inheritsFrom(const ClassInfo& cls, OopType ancestor) {
 }
 
 Slot* fixedSlot(uint64_t number) {
-  if (number == slotNumberOf(OOP_ERROR_CATEGORY)) return &fixedSlots().back();
+  if (number == slotNumberOf(OOP_ERROR_CATEGORY)) return &fixedSlots.back();
   const uint8_t index = indexOfNumber(number);
-  return index == NO_CLASS ? nullptr : &fixedSlots()[index];
+  return index == NO_CLASS ? nullptr : &fixedSlots[index];
 }
 
 }  // namespace kvhost::memory

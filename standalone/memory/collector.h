@@ -13,10 +13,15 @@ class Collector {
  public:
   explicit Collector(ObjectMemory& memory) : memory_(memory) {}
 
-  // Marks everything that the roots and the permanent objects refer to.
+  // Forgets the marks, also those of a collection that ended by an exception.
+  ~Collector();
+  Collector(const Collector&) = delete;
+  Collector& operator=(const Collector&) = delete;
+
+  // Marks everything that the roots and the permanent objects refer to. Throws std::bad_alloc.
   void markFromRoots();
 
-  // Marks `oop` with all that it refers to.
+  // Marks `oop` with all that it refers to. Throws std::bad_alloc.
   void mark(OopType oop);
 
   // True for an object of this memory that is live and was not marked.
@@ -27,11 +32,18 @@ class Collector {
   int64_t sweep();
 
  private:
+  struct Survivors {
+    int64_t objects = 0;
+    int64_t bytes = 0;
+  };
+
   void visit(OopType oop);
-  bool sweepChunk(uint64_t chunk, int64_t* freed);
+  bool sweepChunk(uint64_t chunk, Survivors* survivors);
+  uint64_t usedSlots(uint64_t chunk) const;
 
   ObjectMemory& memory_;
   std::vector<Slot*> pending_;  // marked, with elements that are still to be visited
+  bool hasMarks_ = false;
 };
 
 }  // namespace kvhost::memory

@@ -13,25 +13,28 @@ int64_t capacityOf(const Slot& slot) {
   return static_cast<int64_t>(SLOT_INLINE_BYTES);
 }
 
-int64_t newCapacity(const Slot& slot, int64_t needed, Growth growth) {
-  if (growth == Growth::Exact) return needed;
-  return std::min(MAX_CONTENT_BYTES, std::max(needed, capacityOf(slot) * 2));
+void useBlock(Slot& slot, void* block, int64_t capacity) {
+  const bool hadBlock = (slot.flags & SLOT_EXTERNAL) != 0;
+  threadMemory().countBlock(capacity - (hadBlock ? slot.external.capacity : 0));
+  slot.flags |= SLOT_EXTERNAL;
+  slot.external = {block, capacity};
 }
 
 bool moveToBlock(Slot& slot, int64_t capacity) {
-  const auto bytes = static_cast<size_t>(capacity);
-  void* block = nullptr;
-  if ((slot.flags & SLOT_EXTERNAL) != 0) {
-    block = std::realloc(slot.external.block, bytes);
-    if (block == nullptr) return false;
-  } else {
-    block = std::malloc(bytes);
-    if (block == nullptr) return false;
-    std::memcpy(block, slot.inlined, SLOT_INLINE_BYTES);
-    slot.flags |= SLOT_EXTERNAL;
-  }
-  slot.external = {block, capacity};
+  const bool hasBlock = (slot.flags & SLOT_EXTERNAL) != 0;
+  void* block =
+      std::realloc(hasBlock ? slot.external.block : nullptr, static_cast<size_t>(capacity));
+  if (block == nullptr) return false;
+  if (!hasBlock) std::memcpy(block, slot.inlined, SLOT_INLINE_BYTES);
+  useBlock(slot, block, capacity);
   return true;
+}
+
+// Stores behind the end double the room, so that appending stays linear; where there is no memory
+// for that, what is needed will do.
+bool moveToGrow(Slot& slot, int64_t needed) {
+  const int64_t generous = std::min(MAX_CONTENT_BYTES, std::max(needed, capacityOf(slot) * 2));
+  return moveToBlock(slot, generous) || moveToBlock(slot, needed);
 }
 
 // A gap as large as this is not filled byte by byte: calloc's fresh pages are zero and untouched,
@@ -43,12 +46,12 @@ bool growAcrossGap(Slot& slot, int64_t size) {
   if (block == nullptr) return false;
   std::memcpy(block, contentsOf(slot), static_cast<size_t>(slot.size));
   dropContents(slot);
-  slot.flags |= SLOT_EXTERNAL;
-  slot.external = {block, size};
+  useBlock(slot, block, size);
   return true;
 }
 
-void fillNewUnits(Slot& slot, int64_t from, int64_t to) {
+void fillUnits(Slot& slot, int64_t from, int64_t to) {
+  if (from >= to) return;
   if ((slot.flags & SLOT_POINTERS) != 0) {
     std::fill(elementsIn(slot) + from, elementsIn(slot) + to, OOP_NIL);
   } else {
@@ -56,26 +59,42 @@ void fillNewUnits(Slot& slot, int64_t from, int64_t to) {
   }
 }
 
-bool grow(Slot& slot, int64_t size, Growth growth) {
+// Makes room for `size` units, of which those before `filledEnd` are 0 or nil.
+bool grow(Slot& slot, int64_t size, int64_t filledEnd, bool (*move)(Slot&, int64_t)) {
   const int64_t unit = unitSize(slot);
   if (size > MAX_CONTENT_BYTES / unit) return false;
-  const int64_t needed = size * unit;
-  const bool mustMove = needed > capacityOf(slot);
-  if (mustMove && unit == 1 && size - slot.size >= LARGE_GAP) return growAcrossGap(slot, size);
-  if (mustMove && !moveToBlock(slot, newCapacity(slot, needed, growth))) return false;
-  fillNewUnits(slot, slot.size, size);
+  const bool mustMove = size * unit > capacityOf(slot);
+  if (mustMove && unit == 1 && filledEnd - slot.size >= LARGE_GAP) {
+    if (!growAcrossGap(slot, size)) return false;
+  } else {
+    if (mustMove && !move(slot, size * unit)) return false;
+    fillUnits(slot, slot.size, filledEnd);
+  }
+  slot.size = size;
   return true;
 }
 
 }  // namespace
 
-bool resize(Slot& slot, int64_t size, Growth growth) {
-  if (size > slot.size) {
-    if (!grow(slot, size, growth)) return false;
-    threadMemory().countGrowth((size - slot.size) * unitSize(slot));
-  }
+bool resize(Slot& slot, int64_t size) {
+  KVHOST_ASSERT(size >= 0 && (slot.flags & SLOT_INVARIANT) == 0);
+  setUnsetBytes(slot);
+  if (size > slot.size) return grow(slot, size, size, moveToBlock);
   slot.size = size;
   return true;
+}
+
+bool extendForStore(Slot& slot, int64_t offset, int64_t count) {
+  KVHOST_ASSERT(offset >= 0 && count >= 0 && (slot.flags & SLOT_UNSET) == 0);
+  const int64_t end = offset + count;
+  return end <= slot.size || grow(slot, end, std::max(offset, slot.size), moveToGrow);
+}
+
+void setUnsetBytes(Slot& slot, int64_t offset, int64_t count) {
+  if ((slot.flags & SLOT_UNSET) == 0) return;
+  slot.flags = static_cast<uint8_t>(slot.flags & ~SLOT_UNSET);
+  fillUnits(slot, 0, std::min(offset, slot.size));
+  fillUnits(slot, std::min(offset + count, slot.size), slot.size);
 }
 
 void copyBytes(void* to, const void* from, size_t count) {

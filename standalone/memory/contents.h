@@ -7,15 +7,18 @@
 
 namespace kvhost::memory {
 
-// How much room an object takes that must move.
-enum class Growth : uint8_t {
-  Exact,     // a size that was asked for
-  Geometric  // stores behind the end, so that appending stays linear
-};
-
 // Makes the object hold `size` bytes or elements; new ones are 0 or nil. False, with the object
 // unchanged, when memory runs out.
-bool resize(Slot& slot, int64_t size, Growth growth);
+bool resize(Slot& slot, int64_t size);
+
+// Makes the object reach up to `offset` + `count` at least, for a caller that stores those `count`
+// bytes or elements at once: they are left as the memory held them, and what lies between the old
+// end and `offset` is 0 or nil. False, with the object unchanged, when memory runs out.
+bool extendForStore(Slot& slot, int64_t offset, int64_t count);
+
+// Sets the bytes of an object marked SLOT_UNSET to 0, but for the `count` from `offset` on, which the
+// caller stores at once.
+void setUnsetBytes(Slot& slot, int64_t offset = 0, int64_t count = 0);
 
 // Copies bytes between areas that do not overlap.
 void copyBytes(void* to, const void* from, size_t count);

@@ -4,20 +4,19 @@
 
 #include <kvfile/platform/oop.h>
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
 namespace kvhost::memory {
 
-enum class SlotState : uint8_t { Free = 0, Live = 1 };
-
 enum SlotFlag : uint8_t {
-  SLOT_POINTERS = 1,   // elements of 8 bytes each; else bytes
-  SLOT_EXTERNAL = 2,   // the contents lie in a block of their own
-  SLOT_INVARIANT = 4,  // stores fail
-  SLOT_PERMANENT = 8,  // never collected
-  SLOT_MARKED = 16     // reached by the collection that runs
+  SLOT_LIVE = 1,        // an object lives here
+  SLOT_POINTERS = 2,    // elements of 8 bytes each; else bytes
+  SLOT_EXTERNAL = 4,    // the contents lie in a block of their own
+  SLOT_INVARIANT = 8,   // stores fail
+  SLOT_PERMANENT = 16,  // never collected
+  SLOT_MARKED = 32,     // reached by the collection that runs
+  SLOT_UNSET = 64       // the bytes hold what the memory held before; nobody may see them
 };
 
 inline constexpr size_t SLOT_INLINE_BYTES = 48;
@@ -27,15 +26,21 @@ struct ExternalContents {
   int64_t capacity;  // bytes
 };
 
+// A free slot, its number, and what it leads to; the last one leads to no slot.
+struct FreeSlot {
+  struct Slot* slot;
+  uint64_t number;
+};
+
 struct Slot {
-  uint32_t classNumber;          // slot number of the class
-  std::atomic<SlotState> state;  // set last, so that a Symbol is seen whole by other threads
+  uint32_t classNumber;  // slot number of the class
   uint8_t flags;
-  uint16_t unused;
-  int64_t size;  // bytes or elements; of a free slot, the number of the next free one
+  uint8_t unused[3];
+  int64_t size;  // bytes or elements
   union {
     alignas(8) unsigned char inlined[SLOT_INLINE_BYTES];
     ExternalContents external;
+    FreeSlot nextFree;  // of a slot without an object
   };
 };
 

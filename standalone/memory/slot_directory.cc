@@ -1,7 +1,6 @@
 #include "memory/slot_directory.h"
 
 #include <cstdlib>
-#include <deque>
 #include <mutex>
 
 namespace kvhost::memory {
@@ -11,27 +10,31 @@ constinit thread_local OwnerType thisThreadsOwner = OWNER_NO_THREAD;
 
 namespace {
 
-std::mutex directoryMutex;
+constinit std::mutex directoryMutex;
 uint64_t nextUnusedChunk = 1;
 
-// Oldest first, so that an identifier of an ended thread names nothing for as long as possible.
-std::deque<uint64_t>& releasedChunks() {
-  static auto* chunks = new std::deque<uint64_t>;  // outlives every thread
-  return *chunks;
-}
+// Released chunks, oldest first, so that an identifier of an ended thread names nothing for as long
+// as possible; 0: none.
+uint64_t firstReleased = 0;
+uint64_t lastReleased = 0;
 
 uint64_t chooseChunk() {
-  std::deque<uint64_t>& released = releasedChunks();
-  if (released.empty()) return nextUnusedChunk < MAX_CHUNKS ? nextUnusedChunk++ : 0;
-  const uint64_t chunk = released.front();
-  released.pop_front();
+  if (firstReleased == 0) return nextUnusedChunk < MAX_CHUNKS ? nextUnusedChunk++ : 0;
+  const uint64_t chunk = firstReleased;
+  firstReleased = chunkDirectory[chunk].nextReleased;
   return chunk;
+}
+
+void appendReleased(uint64_t chunk) {
+  chunkDirectory[chunk].nextReleased = 0;
+  (firstReleased == 0 ? firstReleased : chunkDirectory[lastReleased].nextReleased) = chunk;
+  lastReleased = chunk;
 }
 
 }  // namespace
 
 OwnerType newOwner() {
-  static std::atomic<OwnerType> last = OWNER_EVERYONE;
+  static constinit std::atomic<OwnerType> last = OWNER_NONE;
   return last.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
@@ -46,17 +49,21 @@ uint64_t claimChunk(OwnerType owner) {
     return 0;
   }
   chunkDirectory[chunk].slots = slots;
-  chunkDirectory[chunk].owner.store(owner, std::memory_order_release);
+  chunkDirectory[chunk].owner.store(owner, std::memory_order_relaxed);
   return chunk;
 }
 
 void releaseChunk(uint64_t chunk) {
+  KVHOST_ASSERT(chunkDirectory[chunk].owner.load(std::memory_order_relaxed) != OWNER_NONE);
   const std::lock_guard lock(directoryMutex);
   ChunkEntry& entry = chunkDirectory[chunk];
-  entry.owner.store(OWNER_NONE, std::memory_order_release);
+  entry.owner.store(OWNER_NONE, std::memory_order_relaxed);
   std::free(entry.slots);
-  entry.slots = nullptr;
-  releasedChunks().push_back(chunk);
+  appendReleased(chunk);
 }
+
+void lockDirectory() { directoryMutex.lock(); }
+
+void unlockDirectory() { directoryMutex.unlock(); }
 
 }  // namespace kvhost::memory

@@ -1,17 +1,17 @@
 // The directory of all slots of the process. It maps a slot number to its slot without a lock, and
 // knows any number that is none of this thread's.
 //
-// Slots come in chunks. A chunk belongs to one thread, or to all of them (the Symbols' chunks). The
-// owner is tested before anything of the chunk is touched, so that an identifier of another thread,
-// whose memory may go away at any moment, is refused like any other that names nothing here.
+// Slots come in chunks, and a chunk belongs to one thread. The owner is tested before anything of
+// the chunk is touched, so that an identifier of another thread, whose memory may go away at any
+// moment, is refused like any other that names nothing here.
 #pragma once
 
+#include "memory/assertions.h"
 #include "memory/class_table.h"
 #include "memory/slot.h"
 
 #include <atomic>
 #include <cstdint>
-#include <new>
 
 namespace kvhost::memory {
 
@@ -21,12 +21,16 @@ inline constexpr uint64_t MAX_CHUNKS = uint64_t{1} << 18;  // 64 GiB of slots
 // Whose a chunk is: a number given to a thread when it makes its first object.
 using OwnerType = uint64_t;
 inline constexpr OwnerType OWNER_NONE = 0;
-inline constexpr OwnerType OWNER_EVERYONE = 1;
 inline constexpr OwnerType OWNER_NO_THREAD = ~OwnerType{0};  // a thread without objects
 
+// A thread that reads its own number in `owner` has written it itself, and `slots` before it; so no
+// order between the two has to be kept for others.
 struct ChunkEntry {
   std::atomic<OwnerType> owner;
-  Slot* slots = nullptr;  // written before `owner` is, by the owner
+  union {
+    Slot* slots = nullptr;
+    uint64_t nextReleased;  // of a chunk without an owner; 0: none
+  };
 };
 
 extern ChunkEntry chunkDirectory[MAX_CHUNKS];
@@ -42,7 +46,11 @@ uint64_t claimChunk(OwnerType owner);
 // Frees the slots of a chunk; its identifiers name nothing from now on.
 void releaseChunk(uint64_t chunk);
 
-// The slot of a live object that this thread may see, or null.
+// Hold the directory as it is while the process forks.
+void lockDirectory();
+void unlockDirectory();
+
+// The slot of a live object of this thread, or null.
 inline Slot* findSlot(OopType oop) {
   if (!hasSlotTag(oop)) return nullptr;
   const uint64_t number = slotNumberOf(oop);
@@ -50,10 +58,9 @@ inline Slot* findSlot(OopType oop) {
   if (chunk >= MAX_CHUNKS) return nullptr;
   if (chunk == 0) return fixedSlot(number);
   const ChunkEntry& entry = chunkDirectory[chunk];
-  const OwnerType owner = entry.owner.load(std::memory_order_acquire);
-  if (owner != thisThreadsOwner && owner != OWNER_EVERYONE) return nullptr;
+  if (entry.owner.load(std::memory_order_relaxed) != thisThreadsOwner) return nullptr;
   Slot& slot = entry.slots[number % SLOTS_PER_CHUNK];
-  return slot.state.load(std::memory_order_acquire) == SlotState::Live ? &slot : nullptr;
+  return (slot.flags & SLOT_LIVE) != 0 ? &slot : nullptr;
 }
 
 }  // namespace kvhost::memory

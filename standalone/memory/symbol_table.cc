@@ -3,51 +3,34 @@
 #include "memory/contents.h"
 #include "memory/object_memory.h"
 
-#include <absl/container/flat_hash_map.h>
-
-#include <mutex>
 #include <new>
 
 namespace kvhost::memory {
 
 namespace {
 
-struct SymbolTable {
-  std::mutex mutex;
-  ObjectMemory memory{OWNER_EVERYONE};
-  absl::flat_hash_map<std::string_view, OopType> symbols;  // the texts lie in the Symbols
-};
-
-SymbolTable& symbolTable() {
-  static auto* table = new SymbolTable;  // outlives every thread
-  return *table;
-}
-
-// Called with the lock held. The table makes room first, so that nothing fails once the Symbol is
-// there.
-OopType addSymbol(SymbolTable& table, std::string_view bytes) {
-  table.symbols.reserve(table.symbols.size() + 1);
+// A Symbol is permanent only once the table knows it: what fails before leaves garbage to collect.
+OopType addSymbol(ObjectMemory& memory, std::string_view bytes) {
   const NewObject symbol =
-      table.memory.makeUnpublished(*findClass(CLASS_SYMBOL), static_cast<int64_t>(bytes.size()));
+      memory.make(*findClass(CLASS_SYMBOL), static_cast<int64_t>(bytes.size()));
   if (symbol.slot == nullptr) return OOP_NIL;
   unsigned char* text = contentsOf(*symbol.slot);
   copyBytes(text, bytes.data(), bytes.size());
-  symbol.slot->flags |= SLOT_INVARIANT | SLOT_PERMANENT;
-  ObjectMemory::publish(*symbol.slot);
   const void* kept = text;
-  table.symbols.emplace(std::string_view(static_cast<const char*>(kept), bytes.size()), symbol.oop);
+  memory.symbols.emplace(std::string_view(static_cast<const char*>(kept), bytes.size()),
+                         symbol.oop);
+  symbol.slot->flags |= SLOT_INVARIANT | SLOT_PERMANENT;
   return symbol.oop;
 }
 
 }  // namespace
 
 OopType internSymbol(std::string_view bytes) {
-  SymbolTable& table = symbolTable();
-  const std::lock_guard lock(table.mutex);
-  const auto found = table.symbols.find(bytes);
-  if (found != table.symbols.end()) return found->second;
+  ObjectMemory& memory = threadMemory();
+  const auto found = memory.symbols.find(bytes);
+  if (found != memory.symbols.end()) return found->second;
   try {
-    return addSymbol(table, bytes);
+    return addSymbol(memory, bytes);
   } catch (const std::bad_alloc&) {
     return OOP_NIL;
   }

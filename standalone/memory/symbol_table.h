@@ -1,4 +1,4 @@
-// The Symbols: one for each text in the whole process, seen by all threads and never freed.
+// The Symbols: one for each text in a thread, never freed before the thread ends.
 #pragma once
 
 #include <kvfile/platform/oop.h>

@@ -120,6 +120,7 @@ static OopType utf8FromUtf16(OopType str) {
 int64 KciFetchUtf8Bytes_(OopType str, int64 startIndex, ByteType* buf, int64 maxBytes,
                          OopType* utf8String, int flags) {
   (void)flags; /* a piece costs no more than the whole */
+  if (KciFetchSize_(str) == 0) return 0;
   const MiniObject* object = characterObject(str);
   if (!object) return 0;
   if (object->cls != OOP_CLASS_UTF16_STRING) {

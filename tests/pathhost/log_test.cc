@@ -176,7 +176,7 @@ TEST_F(Log, OfWhatIsNoTextRaisesAndLeavesTheFlagSet) {
     EXPECT_EQ(KciGetLoggerFlush(), 1);
     EXPECT_EQ(written_, Pieces{});
     raisesComeBack();
-    EXPECT_EQ(log(object), OOP_NIL);
+    expectUnasked(2104, "KvfKciLog", {KV_FILE, object});
     clearFaults();
   }
 }

@@ -5,6 +5,7 @@ import os
 import pathlib
 import pty
 import re
+import resource
 import select
 import signal
 import subprocess
@@ -370,6 +371,104 @@ class CommandLineTest(unittest.TestCase):
         script.chmod(0o755)
         result = subprocess.run([script], capture_output=True, text=True, timeout=60, check=False)
         self.assertEqual((result.returncode, result.stdout), (0, "7\n"))
+
+
+def is_sanitized():
+    """Sanitizers reserve more addresses than a limit may allow, and slow everything down."""
+    cache = pathlib.Path(os.environ.get("KVF_BINARY_DIR", ".")) / "CMakeCache.txt"
+    return cache.exists() and re.search(r"^KVFILE_SANITIZE:STRING=.+$", cache.read_text(), re.M)
+
+
+class HostTest(unittest.TestCase):
+    """Errors, files and time of the host that kvf runs in."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.path = pathlib.Path(folder.name)
+
+    def kvf(self, *arguments, limits=()):
+        def limit():
+            for kind, value in limits:
+                resource.setrlimit(kind, (value, value))
+        return subprocess.run([KVF, *arguments], cwd=self.path, capture_output=True, text=True,
+                              timeout=100, check=False, preexec_fn=limit)
+
+    def seconds(self, *arguments):
+        """The processor time that a successful run takes."""
+        before = os.times()
+        result = self.kvf(*arguments)
+        after = os.times()
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        return after.children_user + after.children_system - (
+            before.children_user + before.children_system)
+
+    @unittest.skipIf(is_sanitized(), "the address space is limited")
+    def test_a_line_that_memory_is_too_short_for_is_an_error(self):
+        with open(self.path / "large", "wb") as file:
+            file.truncate(1 << 30)
+        code = "KvfOpen(f := KvFile new, 'large', 'r', false). l := KvfGetLine(f, nil, 1, 10, nil)"
+        result = self.kvf("-q", "-e", code, limits=[(resource.RLIMIT_AS, 600000 << 10)])
+        self.assertEqual((result.returncode, result.stdout), (1, ""))
+        self.assertIn("2110", result.stderr)
+        self.assertIn("there is no memory", result.stderr)
+
+    def test_an_interface_error_that_the_action_does_not_ask_about_is_shown(self):
+        code = "KvfOpen(f := KvFile new, 'out', 'w', false). KvfWrite(f, #(1 2), 1, 2)"
+        result = self.kvf("-e", code)
+        self.assertEqual((result.returncode, result.stdout), (1, "1\n"))
+        self.assertIn("error 2102", result.stderr)
+        self.assertIn("does not hold bytes", result.stderr)
+
+    def test_a_failed_store_shows_no_byte_of_old_memory(self):
+        (self.path / "in").write_text("new " * 30 + "\n")
+        code = ("500 timesRepeat: ['old' , (String new: 118 withAll: 120)]. "
+                "Smalltalk collectGarbage. l := nil. KvfOpen(f := KvFile new, 'in', 'r', false). "
+                "l := KvfGetLine(f, nil, 1, 10, nil)")
+        result = self.kvf("-k", "--fault", "KciStoreBytesInstanceOf:1:raise=2710",
+                          "-e", code, "-e", "l")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("error 2710", result.stderr)
+        self.assertNotIn("xxx", result.stdout)
+        self.assertTrue(result.stdout.endswith("\nnil\n"), result.stdout)
+
+    def test_a_file_that_grows_beyond_its_limit_is_an_error_of_the_write(self):
+        code = ("KvfOpen(f := KvFile new, 'out', 'w', false). "
+                "KvfWrite(f, (String new: 3000 withAll: 65), 1, 3000). KvfErrorCode(f)")
+        result = self.kvf("-e", code, limits=[(resource.RLIMIT_FSIZE, 1000)])
+        self.assertEqual((result.returncode, result.stdout), (0, "1\nnil\n27\n"))
+
+    def test_a_dropped_file_is_closed_at_the_next_statement_however_many_objects_live(self):
+        code = ("a := Array new: 150000. i := 0. "
+                "150000 timesRepeat: [i := i + 1. a at: i put: 'text' , '.']. n := 0. "
+                "KvfOpen(f := KvFile new, 'out', 'w', false). n := Smalltalk openDescriptors. "
+                "f := nil. (n - Smalltalk openDescriptors) printNl. "
+                "a at: 7 put: (f := KvFile new). KvfOpen(f, 'out', 'w', false). f := nil. "
+                "n := Smalltalk openDescriptors. a at: 7 put: nil. "
+                "(n - Smalltalk openDescriptors) printNl. "
+                "KvfOpen(KvFile new, 'out', 'w', false). "
+                "(n - Smalltalk openDescriptors) printNl")
+        self.assertEqual(self.kvf("-q", "-e", code).stdout, "1\n1\n1\n")
+
+    def test_files_dropped_in_a_loop_do_not_use_up_the_descriptors(self):
+        code = "3000 timesRepeat: [KvfOpen(KvFile new, 'out', 'w', false) == 1 ifFalse: [1 / 0]]"
+        result = self.kvf("-q", "-e", code, limits=[(resource.RLIMIT_NOFILE, 1024)])
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+
+    @unittest.skipIf(is_sanitized(), "time is measured")
+    def test_a_statement_costs_no_more_while_many_objects_live(self):
+        objects = ("KvfOpen(f := KvFile new, 'out', 'w', false). i := 0. a := Array new: 90000. "
+                   "90000 timesRepeat: [i := i + 1. a at: i put: 'text' , '.']. ")
+        statements = "i := i + 1. s := 'text'. " * 5000
+        extra = self.seconds("-q", "-e", objects + statements) - self.seconds("-q", "-e", objects)
+        self.assertLess(extra, 1.0)  # 10,000 collections of so many objects take 3 seconds
+
+    @unittest.skipIf(is_sanitized(), "time is measured")
+    def test_the_cost_of_a_kept_file_object_does_not_grow_with_their_number(self):
+        def cost(count):
+            return self.seconds("-q", "-e", f"a := Array new: {count}. i := 0. {count} timesRepeat: "
+                                "[i := i + 1. a at: i put: KvFile new]")
+        self.assertLess(cost(400000), 8 * (cost(100000) + 0.01))
 
 
 class Terminal:

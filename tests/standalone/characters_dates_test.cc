@@ -92,11 +92,18 @@ TEST(Utf8, MalformedUtf16IsReported) {
 }
 
 TEST(Utf8, OtherObjectsAreRefused) {
-  for (const OopType object : {kvhost::newByteArray("abc"), kvhost::newArray({OOP_NIL}), OOP_NIL,
-                               oopFromSmallInteger(3), OOP_FALSE}) {
+  for (const OopType object : {kvhost::newByteArray("abc"), kvhost::newArray({OOP_NIL})}) {
     OopType converted = OOP_NIL;
     EXPECT_EQ(utf8Of(object, 1, 10, &converted), "");
     EXPECT_EQ(pendingNumber(), 2104);
+  }
+}
+
+TEST(Utf8, WhatHasNoSizeHasNoText) {
+  for (const OopType object : {OOP_NIL, oopFromSmallInteger(3), OOP_FALSE, kvhost::newArray({})}) {
+    OopType converted = OOP_NIL;
+    EXPECT_EQ(utf8Of(object, 1, 10, &converted), "");
+    EXPECT_EQ(pendingNumber(), 0);
   }
 }
 

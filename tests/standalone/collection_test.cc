@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <set>
 #include <string>
 #include <vector>
@@ -194,6 +196,126 @@ TEST_F(FilesOfASession, AreKeptWhereTheyCannotBeHandedOver) {
   finalizeRaises = false;
   EXPECT_EQ(kvhost::collectGarbage().filesFinalized, 1);
   EXPECT_FALSE(kvhost::isValid(file));
+}
+
+TEST_F(FilesOfASession, ThatCouldNotBeHandedOverAreToldAndAskedForAgain) {
+  registered();
+  kvhost::takeDroppedFiles();
+  finalizeRaises = true;
+  EXPECT_EQ(kvhost::collectGarbage().filesKept, 1);
+  EXPECT_TRUE(kvhost::takeDroppedFiles());
+  finalizeRaises = false;
+  EXPECT_EQ(kvhost::collectGarbage().filesKept, 0);
+  EXPECT_FALSE(kvhost::takeDroppedFiles());
+}
+
+class DroppedFiles : public FilesOfASession {
+ protected:
+  void SetUp() override {
+    FilesOfASession::SetUp();
+    kvhost::addRoot(&variable_);
+    kvhost::addRoot(&other_);
+  }
+  void TearDown() override {
+    kvhost::removeRoot(&other_);
+    kvhost::removeRoot(&variable_);
+    kvhost::collectGarbage();
+    FilesOfASession::TearDown();
+  }
+  // Answers the files closed by the collection that the answer calls for.
+  static int64 closedWhereDue() {
+    return kvhost::takeDroppedFiles() ? kvhost::collectGarbage().filesFinalized : -1;
+  }
+
+  OopType variable_ = OOP_NIL;
+  OopType other_ = OOP_NIL;
+};
+
+TEST_F(DroppedFiles, ThatWereNeverStoredAreNoticed) {
+  EXPECT_EQ(closedWhereDue(), -1);
+  registered();
+  EXPECT_EQ(closedWhereDue(), 1);
+  EXPECT_EQ(closedWhereDue(), -1);
+}
+
+TEST_F(DroppedFiles, OfAVariableAreNoticed) {
+  kvhost::storeRoot(&variable_, registered());
+  EXPECT_EQ(closedWhereDue(), -1) << "a root holds it";
+  kvhost::storeRoot(&other_, variable_);
+  kvhost::storeRoot(&variable_, OOP_NIL);
+  EXPECT_EQ(closedWhereDue(), -1) << "another root holds it";
+  kvhost::storeRoot(&other_, kvhost::newString("no file"));
+  EXPECT_EQ(closedWhereDue(), 1);
+}
+
+TEST_F(DroppedFiles, OfAnArrayAreNoticed) {
+  kvhost::storeRoot(&variable_, kvhost::newArray({registered(), OOP_NIL, registered()}));
+  EXPECT_EQ(closedWhereDue(), 0);
+  KciStoreOop(variable_, 2, OOP_TRUE);
+  EXPECT_EQ(closedWhereDue(), -1) << "nothing was overwritten";
+  KciStoreOop(variable_, 1, OOP_NIL);
+  EXPECT_EQ(closedWhereDue(), 1);
+  KciSetVaryingSize(variable_, 2);
+  EXPECT_EQ(closedWhereDue(), 1);
+}
+
+TEST_F(DroppedFiles, WithAnArrayAreNoticed) {
+  kvhost::storeRoot(&variable_, kvhost::newArray({kvhost::newArray({registered()})}));
+  EXPECT_EQ(closedWhereDue(), 0);
+  KciStoreOop(variable_, 1, OOP_NIL);
+  EXPECT_EQ(closedWhereDue(), 1);
+  kvhost::storeRoot(&variable_, kvhost::newArray({registered()}));
+  EXPECT_EQ(closedWhereDue(), 0);
+  kvhost::storeRoot(&variable_, OOP_NIL);
+  EXPECT_EQ(closedWhereDue(), 1);
+}
+
+TEST_F(DroppedFiles, ByTheHundredAreNoticed) {
+  for (int i = 0; i < 300; ++i) kvhost::storeRoot(&variable_, registered());
+  EXPECT_EQ(closedWhereDue(), 299);
+}
+
+TEST_F(DroppedFiles, ThatWereNeverRegisteredCallForNothing) {
+  kvhost::storeRoot(&variable_, registered());
+  for (int i = 0; i < 5; ++i) kvhost::storeRoot(&other_, kvhost::newKvFile());
+  kvhost::storeRoot(&other_, kvhost::newString("text"));
+  kvhost::storeRoot(&other_, OOP_NIL);
+  EXPECT_EQ(closedWhereDue(), -1);
+}
+
+TEST_F(Collecting, IsDueOnlyWhenAsMuchWasMadeAsIsKept) {
+  std::vector<OopType> texts;
+  for (int i = 0; i < 300000; ++i) texts.push_back(kvhost::newString("kept"));
+  Root kept(kvhost::newArray(texts));
+  kvhost::collectGarbage();
+  EXPECT_FALSE(kvhost::collectionIsDue());
+  for (int i = 0; i < 250000; ++i) kvhost::newString("dropped");
+  EXPECT_FALSE(kvhost::collectionIsDue()) << "300,000 were kept";
+  for (int i = 0; i < 60000; ++i) kvhost::newString("dropped");
+  EXPECT_TRUE(kvhost::collectionIsDue());
+  kept.set(OOP_NIL);
+  kvhost::collectGarbage();
+  for (int i = 0; i < 99000; ++i) kvhost::newString("dropped");
+  EXPECT_FALSE(kvhost::collectionIsDue());
+  kvhost::newString(std::string(17 << 20, 'x'));
+  EXPECT_TRUE(kvhost::collectionIsDue()) << "few objects, many bytes";
+}
+
+TEST_F(FilesOfASession, AreADueCollectionWhereTheyHoldTheDescriptors) {
+  kvhost::collectGarbage();
+  std::vector<int> held;
+  for (int i = 0; i < 300; ++i) {
+    registered();
+    EXPECT_FALSE(kvhost::collectionIsDue()) << i << " files that hold no descriptors";
+  }
+  for (int i = 0; i < 300; ++i) held.push_back(dup(0));
+  bool due = false;
+  for (int i = 0; i < 300 && !due; ++i) {
+    registered();
+    due = kvhost::collectionIsDue();
+  }
+  EXPECT_TRUE(due);
+  for (const int descriptor : held) close(descriptor);
 }
 
 TEST_F(FilesOfASession, NothingHappensWhileAnActionRuns) {

@@ -31,7 +31,7 @@ class Interrupts : public hosttest::InDirectory {
     kvhost::takeInterrupt();
   }
   void TearDown() override {
-    kvhost::takeInterrupt();
+    kvhost::disableInterrupts();
     sigaction(SIGINT, &former_, nullptr);
     InDirectory::TearDown();
   }
@@ -48,6 +48,54 @@ class Interrupts : public hosttest::InDirectory {
  private:
   struct sigaction former_ {};
 };
+
+void earlierHandler(int) {}
+void laterHandler(int) {}
+
+class InterruptHandler : public testing::Test {
+ protected:
+  void SetUp() override {
+    struct sigaction earlier = {};
+    earlier.sa_handler = earlierHandler;
+    earlier.sa_flags = SA_RESTART;
+    sigaddset(&earlier.sa_mask, SIGUSR1);
+    sigaction(SIGINT, &earlier, &former_);
+  }
+  void TearDown() override {
+    kvhost::disableInterrupts();
+    sigaction(SIGINT, &former_, nullptr);
+  }
+  static struct sigaction current() {
+    struct sigaction now = {};
+    sigaction(SIGINT, nullptr, &now);
+    return now;
+  }
+
+ private:
+  struct sigaction former_ {};
+};
+
+TEST_F(InterruptHandler, thatWasThereBeforeComesBack) {
+  kvhost::enableInterrupts();
+  kvhost::enableInterrupts();
+  EXPECT_NE(current().sa_handler, earlierHandler);
+  raise(SIGINT);
+  kvhost::disableInterrupts();
+  EXPECT_EQ(current().sa_handler, earlierHandler);
+  const struct sigaction restored = current();
+  EXPECT_NE(restored.sa_flags & SA_RESTART, 0);
+  EXPECT_EQ(sigismember(&restored.sa_mask, SIGUSR1), 1);
+  EXPECT_FALSE(kvhost::takeInterrupt()) << "an old note would end a later read";
+  kvhost::disableInterrupts();
+  EXPECT_EQ(current().sa_handler, earlierHandler);
+}
+
+TEST_F(InterruptHandler, ofSomebodyElseIsLeftInPlace) {
+  kvhost::enableInterrupts();
+  std::signal(SIGINT, laterHandler);
+  kvhost::disableInterrupts();
+  EXPECT_EQ(current().sa_handler, laterHandler);
+}
 
 void setNonBlocking(int fd) { ASSERT_EQ(fcntl(fd, F_SETFL, O_NONBLOCK), 0); }
 

@@ -6,10 +6,12 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+#include <ucontext.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <csetjmp>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -161,6 +163,68 @@ BoolType walkWithin(const char* dirName, const char* fileName, const char* seper
   EXPECT_TRUE(HostDirectory((std::string(dirName) + "/sub").c_str(), collect, &innerData, 0));
   EXPECT_EQ(inner.names, std::vector<std::string>{"below"});
   return collect(dirName, fileName, seperator, clData);
+}
+
+// Two walks of one thread, each on a stack of its own: neither lies within the other.
+class Stacks {
+ public:
+  // Runs `body` on a second stack; it comes back here whenever it calls `leave`.
+  explicit Stacks(std::function<void()> body) : memory_(size_t{256} << 10), body_(std::move(body)) {
+    current = this;
+    getcontext(&second_);
+    second_.uc_stack.ss_sp = memory_.data();
+    second_.uc_stack.ss_size = memory_.size();
+    second_.uc_link = &first_;
+    makecontext(
+        &second_, [] { current->body_(); }, 0);
+  }
+  void enter() { swapcontext(&first_, &second_); }
+  void leave() { swapcontext(&second_, &first_); }
+
+  static inline Stacks* current = nullptr;
+
+ private:
+  std::vector<char> memory_;
+  std::function<void()> body_;
+  ucontext_t first_{};
+  ucontext_t second_{};
+};
+
+BoolType enterAtEachName(const char* dirName, const char* fileName, const char* seperator,
+                         HostDirClientDataType* clData) {
+  Stacks::current->enter();
+  return collect(dirName, fileName, seperator, clData);
+}
+
+BoolType leaveAtEachName(const char* dirName, const char* fileName, const char* seperator,
+                         HostDirClientDataType* clData) {
+  Stacks::current->leave();
+  return collect(dirName, fileName, seperator, clData);
+}
+
+TEST_F(DirectoryWalk, goesOnWhileOthersAreMadeOnAnotherStack) {
+  constexpr int COUNT = 100;
+  for (int i = 0; i < COUNT; ++i) make("name" + std::to_string(i));
+  Seen inner;
+  Seen outer;
+  Seen small;
+  ASSERT_EQ(mkdir(in("sub").c_str(), 0700), 0);
+  Stacks stacks([&] {
+    HostDirClientDataType data = clientDataFor(&inner);
+    EXPECT_TRUE(HostDirectory(directory.c_str(), leaveAtEachName, &data, 0));
+    for (;;) {
+      walk(in("sub"), &small);
+      Stacks::current->leave();
+    }
+  });
+  stacks.enter();  // the walk of the second stack has begun, and waits
+  HostDirClientDataType data = clientDataFor(&outer);
+  EXPECT_TRUE(HostDirectory(directory.c_str(), enterAtEachName, &data, 0));
+  stacks.enter();
+  std::sort(inner.names.begin(), inner.names.end());
+  std::sort(outer.names.begin(), outer.names.end());
+  EXPECT_EQ(outer.names.size(), COUNT + 1U);
+  EXPECT_EQ(inner.names, outer.names);
 }
 
 TEST_F(DirectoryWalk, mayBeMadeWithinAnother) {

@@ -8,8 +8,12 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/resource.h>
 
+#include <array>
+#include <atomic>
 #include <cerrno>
+#include <ctime>
 #include <string>
 #include <thread>
 #include <vector>
@@ -67,6 +71,10 @@ class Holder {
   Helper helper_;
 };
 
+// The two ways of waiting for a lock.
+constexpr int NO_SIGNAL = 0;
+int waitSignal() { return SIGRTMIN + 5; }
+
 class RecordLock : public hosttest::InDirectory {
  protected:
   void SetUp() override {
@@ -77,6 +85,7 @@ class RecordLock : public hosttest::InDirectory {
     err.initialize();
   }
   void TearDown() override {
+    kvhost::setLockWaitSignal(NO_SIGNAL);
     std::fclose(stream);
     InDirectory::TearDown();
   }
@@ -100,6 +109,16 @@ class RecordLock : public hosttest::InDirectory {
   FILE* stream = nullptr;
   SysErrorSType err{};
 };
+
+class RecordLockWait : public RecordLock, public testing::WithParamInterface<bool> {
+ protected:
+  void SetUp() override {
+    RecordLock::SetUp();
+    kvhost::setLockWaitSignal(GetParam() ? waitSignal() : NO_SIGNAL);
+  }
+};
+INSTANTIATE_TEST_SUITE_P(, RecordLockWait, testing::Bool(),
+                         [](const auto& way) { return way.param ? "BySignal" : "ByAsking"; });
 
 TEST_F(RecordLock, isSeenByOthersOnItsRangeOnly) {
   ASSERT_EQ(lock(WRITE_LOCK, 100, 50, 0), 1);
@@ -143,7 +162,7 @@ TEST_F(RecordLock, isSharedAmongReaders) {
   EXPECT_EQ(lock(WRITE_LOCK, 0, 10, 0), 0);
 }
 
-TEST_F(RecordLock, givesUpWhenTheTimeIsOverAndNotBefore) {
+TEST_P(RecordLockWait, givesUpWhenTheTimeIsOverAndNotBefore) {
   const Holder holder(in("f"), F_WRLCK, 0, 10);
   for (const int millis : {1, 20, 150}) {
     const Clock::time_point start = Clock::now();
@@ -153,7 +172,7 @@ TEST_F(RecordLock, givesUpWhenTheTimeIsOverAndNotBefore) {
   }
 }
 
-TEST_F(RecordLock, isObtainedAsSoonAsItIsReleased) {
+TEST_P(RecordLockWait, isObtainedAsSoonAsItIsReleased) {
   for (int round = 0; round < 5; ++round) {
     Holder holder(in("f"), F_WRLCK, 0, 10, 60);
     const Clock::time_point start = Clock::now();
@@ -164,7 +183,7 @@ TEST_F(RecordLock, isObtainedAsSoonAsItIsReleased) {
   }
 }
 
-TEST_F(RecordLock, waitsWithoutUsingTheProcessor) {
+TEST_P(RecordLockWait, waitsWithoutUsingTheProcessor) {
   const Holder holder(in("f"), F_WRLCK, 0, 10);
   struct timespec before = {};
   struct timespec after = {};
@@ -175,20 +194,61 @@ TEST_F(RecordLock, waitsWithoutUsingTheProcessor) {
             20000000);
 }
 
-TEST_F(RecordLock, waitIsNotEndedByOtherSignals) {
+TEST_P(RecordLockWait, waitIsNotEndedByOtherSignals) {
   Holder holder(in("f"), F_WRLCK, 0, 10, 100);
   const hosttest::AlarmStorm storm(3000);
   EXPECT_EQ(lock(WRITE_LOCK, 0, 10, 5000), 1);
   EXPECT_GT(hosttest::AlarmStorm::count, 5);
 }
 
-TEST_F(RecordLock, waitTakesTheLongestTimeThatCanBeGiven) {
+TEST_P(RecordLockWait, waitTakesTheLongestTimeThatCanBeGiven) {
   Holder holder(in("f"), F_WRLCK, 0, 10, 50);
   EXPECT_EQ(lock(WRITE_LOCK, 0, 10, 2147483647), 1);
 }
 
+TEST_F(RecordLock, waitTakesNoSignalUnlessOneIsGiven) {
+  static std::atomic<int> seen;
+  std::array<struct sigaction, 65> former{};
+  for (int signal = SIGRTMIN; signal <= SIGRTMAX; ++signal) {
+    struct sigaction own = {};
+    own.sa_handler = [](int) { ++seen; };
+    own.sa_flags = SA_RESTART;
+    sigaction(signal, &own, &former[static_cast<size_t>(signal)]);
+  }
+  const Holder holder(in("f"), F_WRLCK, 0, 10);
+  std::thread waiting([&] { EXPECT_EQ(lock(WRITE_LOCK, 0, 10, 150), 0); });
+  seen = 0;
+  usleep(50000);
+  for (int signal = SIGRTMIN; signal <= SIGRTMAX; ++signal) kill(getpid(), signal);
+  waiting.join();
+  EXPECT_EQ(seen, SIGRTMAX - SIGRTMIN + 1) << "each reached the handler of the program";
+  for (int signal = SIGRTMIN; signal <= SIGRTMAX; ++signal) {
+    sigaction(signal, &former[static_cast<size_t>(signal)], nullptr);
+  }
+}
+
+// Where the user has as many signals queued as he may have, the system refuses timers.
+TEST_F(RecordLock, waitWorksWhereNoTimerCanBeHad) {
+  for (const int signal : {NO_SIGNAL, waitSignal()}) {
+    Holder longHolder(in("f"), F_WRLCK, 0, 10);
+    Holder shortHolder(in("f"), F_WRLCK, 20, 10, 60);
+    Helper limited([&] {
+      const struct rlimit none = {0, 0};
+      if (setrlimit(RLIMIT_SIGPENDING, &none) != 0) return 99;
+      timer_t timer{};
+      if (timer_create(CLOCK_MONOTONIC, nullptr, &timer) == 0) return 98;
+      kvhost::setLockWaitSignal(signal);
+      const Clock::time_point start = Clock::now();
+      if (lock(WRITE_LOCK, 0, 10, 80) != 0 || millisSince(start) < 80) return 1;
+      return lock(WRITE_LOCK, 20, 10, 5000) == 1 ? 0 : 2;
+    });
+    EXPECT_EQ(limited.exitCode(), 0) << signal;
+  }
+}
+
 TEST_F(RecordLock, waitWorksWhereItsSignalIsBlockedAndLeavesSignalsAsTheyWere) {
-  const int signal = SIGRTMIN + 6;
+  const int signal = waitSignal();
+  kvhost::setLockWaitSignal(signal);
   sigset_t blocked;
   sigset_t former;
   sigemptyset(&blocked);
@@ -204,7 +264,7 @@ TEST_F(RecordLock, waitWorksWhereItsSignalIsBlockedAndLeavesSignalsAsTheyWere) {
   EXPECT_EQ(action.sa_handler, SIG_DFL);
 }
 
-TEST_F(RecordLock, waitsOfSeveralThreadsEachEndInTime) {
+TEST_P(RecordLockWait, waitsOfSeveralThreadsEachEndInTime) {
   const Holder holder(in("f"), F_WRLCK, 0, 100);
   std::vector<std::thread> threads;
   for (int i = 0; i < 8; ++i) {
@@ -221,7 +281,7 @@ TEST_F(RecordLock, waitsOfSeveralThreadsEachEndInTime) {
   for (std::thread& thread : threads) thread.join();
 }
 
-TEST_F(RecordLock, waitIsEndedByAUserInterruptAsAFailure) {
+TEST_P(RecordLockWait, waitIsEndedByAUserInterruptAsAFailure) {
   struct sigaction former = {};
   sigaction(SIGINT, nullptr, &former);
   kvhost::enableInterrupts();
@@ -239,11 +299,13 @@ TEST_F(RecordLock, waitIsEndedByAUserInterruptAsAFailure) {
                "lock");
   EXPECT_FALSE(kvhost::takeInterrupt());
   sender.join();
+  kvhost::disableInterrupts();
   sigaction(SIGINT, &former, nullptr);
 }
 
-// This process holds byte 0 and waits for byte 1, whose holder waits for byte 0.
+// Only the system sees it, and only who waits in the system. This process holds byte 0 and waits for byte 1, whose holder waits for byte 0.
 TEST_F(RecordLock, thatWouldWaitForItselfIsToldAsADeadlock) {
+  kvhost::setLockWaitSignal(waitSignal());
   Pipe ready;
   ASSERT_EQ(lock(WRITE_LOCK, 0, 1, 0), 1);
   Helper other([&] {

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstring>
+#include <new>
 #include <string>
 #include <thread>
 
@@ -197,6 +198,68 @@ TEST(Raise, NestedCallsAreSeparate) {
   EXPECT_EQ(kvhost::errorJumpDepth(), 0);
 }
 
+OopType failAndAnswer(void* nested) {
+  KciFetchSize_(NO_OBJECT);
+  if (nested != nullptr) {
+    const kvhost::Outcome inner =
+        kvhost::protect([](void*) -> OopType { return oopFromSmallInteger(1); }, nullptr);
+    EXPECT_EQ(inner.status, kvhost::CallStatus::Answered) << "the error is not the inner call's";
+  }
+  return OOP_TRUE;
+}
+
+TEST(Raise, HappensForAnErrorThatNobodyAskedAbout) {
+  bool nested = true;
+  for (void* context : {static_cast<void*>(nullptr), static_cast<void*>(&nested)}) {
+    const kvhost::Outcome outcome = kvhost::protect(failAndAnswer, context);
+    EXPECT_EQ(outcome.status, kvhost::CallStatus::Raised);
+    EXPECT_EQ(outcome.error.number, 2101);
+    EXPECT_EQ(outcome.error.args[0], NO_OBJECT);
+    EXPECT_EQ(outcome.value, OOP_NIL);
+    KciErrSType error;
+    EXPECT_FALSE(KciErr(&error)) << "told once";
+  }
+}
+
+TEST(Raise, OfAnActionGoesBeforeAPendingError) {
+  const kvhost::Outcome outcome = kvhost::protect(
+      [](void*) -> OopType {
+        KciFetchSize_(NO_OBJECT);
+        int number = 2061;
+        return raiseNumber(&number);
+      },
+      nullptr);
+  EXPECT_EQ(outcome.error.number, 2061);
+  KciErrSType error;
+  EXPECT_FALSE(KciErr(&error));
+}
+
+TEST(Raise, OfAnInnerCallLeavesThePendingErrorOfTheOuterOne) {
+  const kvhost::Outcome outcome = kvhost::protect(
+      [](void*) -> OopType {
+        KciFetchSize_(NO_OBJECT);
+        int number = 2061;
+        EXPECT_EQ(kvhost::protect(raiseNumber, &number).error.number, 2061);
+        return OOP_TRUE;
+      },
+      nullptr);
+  EXPECT_EQ(outcome.error.number, 2101);
+}
+
+TEST(Raise, HappensWhereMemoryRunsOutInTheHost) {
+  const kvhost::Outcome outcome =
+      kvhost::protect([](void*) -> OopType { throw std::bad_alloc(); }, nullptr);
+  EXPECT_EQ(outcome.status, kvhost::CallStatus::Raised);
+  EXPECT_EQ(outcome.error.number, 2110);
+  EXPECT_EQ(kvhost::errorJumpDepth(), 0);
+}
+
+TEST(Raise, OtherExceptionsGoOnToTheCaller) {
+  EXPECT_THROW(kvhost::protect([](void*) -> OopType { throw 7; }, nullptr), int);
+  int number = 2061;
+  EXPECT_EQ(kvhost::protect(raiseNumber, &number).error.number, 2061) << "calls go on as before";
+}
+
 TEST(Raise, AFrameThatWasForgottenIsDroppedAndReported) {
   char* text = nullptr;
   size_t size = 0;
@@ -290,6 +353,16 @@ TEST_F(Actions, BadDeclarationsAreRefused) {
 }
 
 TEST_F(Actions, RaisesAreOutcomes) {
+  ASSERT_TRUE(KciDeclareAction("Fail", asAction(+[](OopType object) -> OopType {
+                                 KciFetchSize_(object);
+                                 return OOP_TRUE;
+                               }),
+                               1, 0, TRUE));
+  const OopType nobody = NO_OBJECT;
+  const kvhost::Outcome failed = kvhost::callAction("Fail", &nobody, 1);
+  EXPECT_EQ(failed.status, kvhost::CallStatus::Raised);
+  EXPECT_EQ(failed.error.number, 2101);
+  EXPECT_EQ(failed.value, OOP_NIL);
   ASSERT_TRUE(KciDeclareAction("Raise", asAction(+[](OopType number) -> OopType {
                                  int value = static_cast<int>(oopSmallIntegerValue(number));
                                  return raiseNumber(&value);

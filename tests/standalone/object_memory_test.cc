@@ -4,10 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <limits>
+#include <new>
 #include <random>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -81,11 +85,26 @@ TEST(Identifiers, AnotherThreadsObjectsNameNothingHere) {
   OopType symbol = OOP_NIL;
   std::thread([&] {
     foreign = kvhost::newString(std::string(500, 't'));
-    symbol = kvhost::newSymbol("everywhere");
+    symbol = kvhost::newSymbol("there only");
     EXPECT_TRUE(kvhost::isValid(foreign));
+    EXPECT_TRUE(kvhost::isValid(OOP_CLASS_STRING)) << "classes are everybody's";
   }).join();
   EXPECT_FALSE(kvhost::isValid(foreign));
-  EXPECT_EQ(kvhost::bytesOf(symbol), "everywhere");
+  EXPECT_FALSE(kvhost::isValid(symbol));
+}
+
+TEST(Identifiers, OfALivingThreadNameNothingHere) {
+  std::atomic<OopType> foreign = OOP_NIL;
+  std::atomic<bool> done = false;
+  std::thread other([&] {
+    foreign = kvhost::newSymbol("elsewhere");
+    while (!done) std::this_thread::yield();
+  });
+  while (foreign == OOP_NIL) std::this_thread::yield();
+  EXPECT_FALSE(kvhost::isValid(foreign));
+  EXPECT_EQ(kvhost::bytesOf(foreign), "");
+  done = true;
+  other.join();
 }
 
 TEST(Identifiers, StayDistinctWhileObjectsLive) {
@@ -158,6 +177,60 @@ TEST(Bytes, AGapIsFilledWithZeros) {
   }
 }
 
+// Leaves blocks of these sizes in malloc's hands that hold nothing but 'x'.
+void fillFreedMemory() {
+  for (int i = 0; i < 200; ++i) {
+    for (const size_t size : {20U, 48U, 49U, 100U, 1000U, 5000U}) {
+      kvhost::newString(std::string(size, 'x'));
+    }
+  }
+  kvhost::collectGarbage();
+}
+
+OopType unsetString(int64 size) {
+  return KciCreateByteObj(OOP_CLASS_STRING, 1, nullptr, size, 0, FALSE);
+}
+
+TEST(Bytes, ThatWereNeverGivenAreSeenAsZeros) {
+  fillFreedMemory();
+  for (const int64 size : {1, 20, 48, 49, 100, 1000, 5000}) {
+    const std::string zeros(static_cast<size_t>(size), '\0');
+    EXPECT_EQ(kvhost::bytesOf(unsetString(size)), zeros);
+    EXPECT_EQ(fetchText(unsetString(size), 1, size), zeros);
+    std::string chars(static_cast<size_t>(size), '?');
+    EXPECT_EQ(KciFetchChars_(unsetString(size), 1, chars.data(), size), size);
+    EXPECT_EQ(chars, zeros);
+    KciObjInfoSType info{};
+    int64 copied = 0;
+    ByteType first = 'x';
+    EXPECT_TRUE(KciFetchObjInfo(unsetString(size), 1, 1, &info, &first, &copied));
+    EXPECT_EQ(first, 0);
+  }
+}
+
+TEST(Bytes, AroundAFirstStoreAreZeros) {
+  fillFreedMemory();
+  for (const int64 size : {20, 48, 100, 5000}) {
+    const auto count = static_cast<size_t>(size);
+    OopType object = unsetString(size);
+    storeText(object, 5, "abc");
+    EXPECT_EQ(kvhost::bytesOf(object), std::string(4, '\0') + "abc" + std::string(count - 7, '\0'));
+    object = unsetString(size);
+    storeText(object, size, "abc");
+    EXPECT_EQ(kvhost::bytesOf(object), std::string(count - 1, '\0') + "abc");
+    object = unsetString(size);
+    storeText(object, 1, std::string(count, 'a'));
+    EXPECT_EQ(kvhost::bytesOf(object), std::string(count, 'a'));
+    object = unsetString(size);
+    KciSetVaryingSize(object, size + 10);
+    EXPECT_EQ(kvhost::bytesOf(object), std::string(count + 10, '\0'));
+    object = unsetString(size);
+    storeText(object, int64{1} << 60, "abc");
+    EXPECT_EQ(pendingNumber(), 2110);
+    EXPECT_EQ(kvhost::bytesOf(object), std::string(count, '\0'));
+  }
+}
+
 TEST(Bytes, OldBytesDoNotComeBack) {
   const OopType object = kvhost::newString(std::string(100, 'x'));
   KciSetVaryingSize(object, 10);
@@ -209,6 +282,17 @@ TEST(Elements, StoreFetchAppendAndGrow) {
   EXPECT_EQ(buffer[3], oopFromSmallInteger(9));
   EXPECT_EQ(KciFetchOops(array, 6, buffer.data(), 10), 0);
   EXPECT_EQ(pendingNumber(), 0);
+}
+
+TEST(Elements, OfAGapAreNil) {
+  for (const int64 gap : {1, 10, 1000}) {
+    const OopType array = kvhost::newArray({OOP_TRUE});
+    KciStoreOop(array, 2 + gap, OOP_FALSE);
+    std::vector<OopType> expected(static_cast<size_t>(gap) + 2, OOP_NIL);
+    expected.front() = OOP_TRUE;
+    expected.back() = OOP_FALSE;
+    EXPECT_EQ(kvhost::elementsOf(array), expected);
+  }
 }
 
 TEST(Elements, AppendingManyKeepsAll) {
@@ -300,9 +384,18 @@ TEST(Symbols, EqualTextsAreOneObject) {
   EXPECT_EQ(kvhost::bytesOf(symbol), "readLock");
   storeText(symbol, 1, "x");
   EXPECT_EQ(pendingNumber(), 2106);
-  OopType elsewhere = OOP_NIL;
-  std::thread([&] { elsewhere = kvhost::newSymbol("readLock"); }).join();
-  EXPECT_EQ(elsewhere, symbol);
+}
+
+TEST(Symbols, EachThreadHasItsOwn) {
+  const OopType here = kvhost::newSymbol("ours");
+  std::thread([here] {
+    const OopType own = kvhost::newSymbol("ours");
+    EXPECT_NE(own, here);
+    EXPECT_EQ(kvhost::newSymbol("ours"), own);
+    EXPECT_EQ(kvhost::bytesOf(own), "ours");
+    EXPECT_FALSE(kvhost::isValid(here));
+  }).join();
+  EXPECT_EQ(kvhost::newSymbol("ours"), here);
 }
 
 TEST(Symbols, ManyLongTexts) {
@@ -349,6 +442,11 @@ TEST(Integers, LargeOnesCannotBeChanged) {
   const OopType object = KciI64ToOop(std::numeric_limits<int64>::max());
   storeText(object, 1, "x");
   EXPECT_EQ(pendingNumber(), 2106);
+}
+
+TEST(Making, TooLargeAnObjectIsNotTakenForNil) {
+  const std::string_view five = {"", size_t{5} << 30};  // never read: the size alone is refused
+  EXPECT_THROW(kvhost::newString(five), std::bad_alloc);
 }
 
 TEST(Making, OnlyWhatTheClassAllows) {

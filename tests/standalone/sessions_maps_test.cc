@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <map>
+#include <random>
 #include <set>
 #include <thread>
 #include <vector>
@@ -78,6 +81,24 @@ TEST(Sessions, AnIdThatIsInUseIsNotGiven) {
   KciOopMapDestroy(map);
   kvhost::sessionEnd(last);
   kvhost::sessionEnd(next);
+}
+
+TEST(Sessions, AMapThatIsReplacedIsSeenAtOnce) {
+  const int session = kvhost::sessionBegin();
+  KciOopMapType* first = KciOopMapCreate();
+  KciOopMapType* second = KciOopMapCreate();
+  for (KciOopMapType* map : {first, second, static_cast<KciOopMapType*>(nullptr), first}) {
+    KciSupStoreKvfileOopMap(session, map);
+    EXPECT_EQ(KciSupGetKvfileOopMap(session), map);
+    std::thread([=] {
+      EXPECT_EQ(KciSupGetKvfileOopMap(session), map);
+      KciSupStoreKvfileOopMap(session, second);
+    }).join();
+    EXPECT_EQ(KciSupGetKvfileOopMap(session), second) << "stored by another thread";
+  }
+  KciOopMapDestroy(first);
+  KciOopMapDestroy(second);
+  kvhost::sessionEnd(session);
 }
 
 TEST(Sessions, AnEndedOneKeepsNothing) {
@@ -181,6 +202,62 @@ TEST_F(Maps, AWalkVisitsEachOnceAndMayDeleteAll) {
   EXPECT_EQ(std::set<int64>(visited.begin(), visited.end()).size(), 5000U);
   for (size_t i = 0; i < values.size(); ++i) {
     ASSERT_EQ(valueOf((i << 8) | 1), i % 3 == 0 ? &values[i] : nullptr);
+  }
+}
+
+// A walk may meet keys of the same place one behind the other; deleting the first must hide none.
+TEST_F(Maps, AWalkThatDeletesSomeAfterManyChangesMissesNone) {
+  std::mt19937_64 random(5);
+  std::map<OopType, int64*> expected;
+  std::vector<int64> values(3000);
+  for (int step = 0; step < 40000; ++step) {
+    const size_t place = random() % values.size();
+    const OopType key = (place << 8) | 1;
+    if (expected.contains(key)) {
+      KciOopMapEntryDelete(KciOopMapEntryFind(map_, key));
+      expected.erase(key);
+    } else {
+      values[place] = static_cast<int64>(key);
+      ASSERT_TRUE(add(key, &values[place]));
+      expected[key] = &values[place];
+    }
+    ASSERT_EQ(valueOf(key), expected.contains(key) ? expected[key] : nullptr);
+    if (step % 4000 != 0) continue;
+    visited.clear();
+    KciOopMapForeach(
+        map_,
+        [](KciOopMapEntryType* entry, int64*, int64*) -> BoolType {
+          const int64 each = *static_cast<int64*>(KciOopMapEntryGetValue(entry));
+          visited.insert(each);
+          if (each % 512 == 1) KciOopMapEntryDelete(entry);
+          return TRUE;
+        },
+        nullptr, nullptr);
+    ASSERT_EQ(visited.size(), expected.size());
+    for (const auto& [each, value] : expected)
+      ASSERT_EQ(visited.count(static_cast<int64>(each)), 1U);
+    std::erase_if(expected, [](const auto& entry) { return entry.first % 512 == 1; });
+    for (size_t i = 0; i < values.size(); ++i) {
+      ASSERT_EQ(valueOf((i << 8) | 1) != nullptr, expected.contains((i << 8) | 1));
+    }
+  }
+}
+
+TEST_F(Maps, KeysOfEveryStrideAreFoundAndMissedQuickly) {
+  char value = 0;
+  for (const unsigned shift : {8U, 9U, 12U, 16U, 20U, 32U, 40U}) {
+    KciOopMapType* map = KciOopMapCreate();
+    const auto start = std::chrono::steady_clock::now();
+    int status = 0;
+    for (OopType i = 1; i <= 20000; ++i) KciOopMapEntryAdd(map, (i << shift) | 1, &value, &status);
+    for (OopType i = 1; i <= 20000; ++i) {
+      ASSERT_NE(KciOopMapEntryFind(map, (i << shift) | 1), nullptr);
+      ASSERT_EQ(KciOopMapEntryFind(map, (i << shift) | 3), nullptr);
+    }
+    EXPECT_EQ(status, 0);
+    // Where keys gathered at few places this would take seconds.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000)) << shift;
+    KciOopMapDestroy(map);
   }
 }
 

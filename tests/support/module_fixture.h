@@ -103,6 +103,13 @@ class ModuleTest : public ::testing::Test {
     EXPECT_EQ(raised, std::vector<OopType>(errorArgs));
   }
 
+  // Calls an action that does not ask about an error of the interface, which the host then raises.
+  void expectUnasked(int number, const char* name, std::initializer_list<OopType> args) {
+    const kvhost::Outcome outcome = attempt(name, args);
+    EXPECT_EQ(outcome.status, kvhost::CallStatus::Raised) << name << " raised nothing";
+    EXPECT_EQ(outcome.error.number, number);
+  }
+
   static OopType str(std::string_view bytes) { return kvhost::newString(bytes); }
   static std::string bytes(OopType object) { return kvhost::bytesOf(object); }
 

@@ -31,11 +31,21 @@ constexpr std::array ERROR_MEANINGS = {
 #include <kvfile/error_table.def>
 };
 
+// An object may be an argument because it is too large.
+std::string describeArgument(Interpreter& interpreter, OopType argument) {
+  constexpr int64 LONGEST = 10'000;
+  if (!kvhost::isValid(argument) || KciFetchSize_(argument) <= LONGEST) {
+    return printString(interpreter, Value::object(argument));
+  }
+  return fmt::format("an instance of {}, size {}", kvhost::className(kvhost::classOf(argument)),
+                     KciFetchSize_(argument));
+}
+
 std::string describeArguments(Interpreter& interpreter, const KciErrSType& error) {
   std::string out;
   for (int i = 0; i < std::min<int>(error.argCount, KCI_MAX_ERR_ARGS); i++) {
     out += out.empty() ? ", arguments: " : ", ";
-    out += printString(interpreter, Value::object(error.args[i]));
+    out += describeArgument(interpreter, error.args[i]);
   }
   return out;
 }

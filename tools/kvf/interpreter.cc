@@ -19,11 +19,6 @@
 namespace shell {
 namespace {
 
-constexpr int64_t COLLECT_AFTER_BYTES = int64_t{16} << 20;
-constexpr int64_t COLLECT_AFTER_OBJECTS = 100'000;
-constexpr int64_t FEW_OBJECTS = 100'000;
-// Files that a loop drops hold descriptors, of which a process usually has 1024.
-constexpr int COLLECT_AFTER_FILES = 256;
 // Blocks can run themselves; this many evaluations within each other leave room on the stack.
 constexpr int MAX_EVALUATION_DEPTH = 1000;
 
@@ -37,11 +32,6 @@ class DepthCount {
  private:
   int* depth_;
 };
-
-bool enoughWasAllocated() {
-  return kvhost::bytesSinceCollection() > COLLECT_AFTER_BYTES ||
-         kvhost::objectsSinceCollection() > COLLECT_AFTER_OBJECTS;
-}
 
 void shutSessionDown(int id) {
   KvfShutdown(id);
@@ -167,7 +157,7 @@ Value Interpreter::evaluateAssignment(const Assignment& assignment) {
 void Interpreter::assign(VariableSlot& slot, const Value& value) {
   if (value.isBlock() || slot.block != nullptr) keepBlock(slot, value);
   slot.value = value;
-  slot.root = value.isObject() ? value.oop : OOP_NIL;
+  kvhost::storeRoot(&slot.root, value.isObject() ? value.oop : OOP_NIL);
 }
 
 // The block that the variable held may be running. So it stays until the statement is over, where
@@ -252,20 +242,16 @@ void Interpreter::print(std::string_view text) {
 
 void Interpreter::safePointInLoop() {
   throwWhenInterrupted();
-  if (isCollectionDue()) collect();
+  if (kvhost::collectionIsDue()) collect();
 }
 
+// A file that the statement dropped is closed now. Elsewhere a temporary object may still hold it.
 void Interpreter::safePointBetweenStatements() {
   droppedBlocks_.clear();
-  if (kvhost::liveObjects() < FEW_OBJECTS || isCollectionDue()) collect();
-}
-
-bool Interpreter::isCollectionDue() const {
-  return enoughWasAllocated() || filesSinceCollection_ >= COLLECT_AFTER_FILES;
+  if (kvhost::takeDroppedFiles() || kvhost::collectionIsDue()) collect();
 }
 
 int64_t Interpreter::collect() {
-  filesSinceCollection_ = 0;
   int64_t closed = kvhost::collectGarbage().filesFinalized;
   std::erase_if(fileNumbers_, [](const auto& entry) { return !kvhost::isValid(entry.first); });
   return closed;
@@ -275,7 +261,6 @@ int Interpreter::fileNumber(OopType file) {
   auto [entry, isNew] = fileNumbers_.try_emplace(file, 0);
   if (isNew) {
     entry->second = ++filesMade_;
-    filesSinceCollection_++;
   }
   return entry->second;
 }

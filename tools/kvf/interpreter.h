@@ -46,8 +46,7 @@ class Interpreter {
   // Ctrl-C.
   void safePointInLoop();
 
-  // The same between two statements; here a file that was dropped is closed at once, unless the
-  // object memory is so full that looking through it after each statement would be slow.
+  // The same between two statements; here a file that was dropped is closed at once.
   void safePointBetweenStatements();
 
   // Collects now; answers the number of dead files that were closed.
@@ -71,7 +70,6 @@ class Interpreter {
   int lastErrorNumber = 0;
 
  private:
-  bool isCollectionDue() const;
   Value evaluateAnew(const Node& node);
   Value evaluateContent(const Node& node);
   Value evaluateLiteral(const Node& node, const Literal& literal);
@@ -92,7 +90,6 @@ class Interpreter {
   std::vector<std::shared_ptr<const BlockBody>> droppedBlocks_;
   std::unordered_map<OopType, int> fileNumbers_;
   int filesMade_ = 0;
-  int filesSinceCollection_ = 0;
   int evaluationDepth_ = 0;
   std::vector<int> sessions_;
 };

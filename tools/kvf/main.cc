@@ -259,19 +259,22 @@ int reportParseResult(const CLI::App& app, const CLI::ParseError& error) {
                     (mayBeScript ? "; scripts are run by kvf run FILE" : ""));
 }
 
-// A write to a pipe that nobody reads then fails with EPIPE, as an action is to report it. A handler
-// and not SIG_IGN, which commands started from here would inherit.
-void outliveBrokenPipes() {
+// A write to a pipe that nobody reads then fails with EPIPE, and one beyond the limit of a file's size
+// with EFBIG, as an action is to report it. A handler and not SIG_IGN, which commands started from here
+// would inherit.
+void outliveFailingWrites() {
   struct sigaction action = {};
   action.sa_handler = [](int) {};
   action.sa_flags = SA_RESTART;
   sigemptyset(&action.sa_mask);
   sigaction(SIGPIPE, &action, nullptr);
+  sigaction(SIGXFSZ, &action, nullptr);
 }
 
 int realMain(int argc, char** argv) {
   shell::occupyStandardDescriptors();
-  outliveBrokenPipes();
+  outliveFailingWrites();
+  kvhost::setLockWaitSignal(SIGRTMIN + 6);  // nothing else here uses it, and deadlocks are told
   CommandLine line;
   CLI::App app(
       "A workspace for the file module: without arguments, interactive on a terminal, else "

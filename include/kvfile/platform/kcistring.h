@@ -21,7 +21,8 @@ int64 KciFetchChars_(OopType obj, int64 startIndex, char* buf, int64 maxSize);
  * may be `str`, is left as it was. The module makes Strings of the raw bytes of host names: only a
  * host that hands the bytes of a String over as they stand finds such a name again. `flags` is 0,
  * or 2 where the caller fetches a long text piece by piece. Fails (answering 0) when `str` is no
- * character object. */
+ * character object, but for one without a size, nil among them: that has no text, which is no
+ * failure. */
 int64 KciFetchUtf8Bytes_(OopType str, int64 startIndex, ByteType* buf, int64 maxBytes,
                          OopType* utf8String, int flags);
 
