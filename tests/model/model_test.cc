@@ -3,7 +3,8 @@
 //   model_test --operations N --seed S --size B
 //
 // B is the size of the module's read buffer, 16, 64 or 4096: each has a program of its own, which
-// the one for 4096 starts. Without --size all three run, each a third of the operations.
+// the one for 4096 starts. Without --size all three run at the same time, each a third of the steps.
+// A seed that is not given is taken from the clock; either way it is printed.
 #include "model/runner.h"
 
 #include <CLI/CLI.hpp>
@@ -11,7 +12,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -20,10 +23,11 @@ namespace {
 
 constexpr model::int64 OWN_SIZE = MODEL_READ_BUF_SIZE;
 
-// The program for another size stands beside this one.
-int runOther(model::int64 size, const model::RunOptions& options) {
+// Starts the program for another size, which stands beside this one.
+pid_t startOther(const model::RunOptions& options) {
   const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
-  const std::string program = self.parent_path() / ("model_test_" + std::to_string(size));
+  const std::string size = std::to_string(options.bufferSize);
+  const std::string program = self.parent_path() / ("model_test_" + size);
   const std::vector<std::string> words = {program,
                                           "--operations",
                                           std::to_string(options.operations),
@@ -34,23 +38,27 @@ int runOther(model::int64 size, const model::RunOptions& options) {
                                           "--transcript",
                                           options.transcript,
                                           "--size",
-                                          std::to_string(size)};
+                                          size};
   std::vector<char*> arguments;
   for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   const pid_t child = fork();
-  if (child == 0) {
-    execv(program.c_str(), arguments.data());
-    _exit(2);
-  }
+  if (child != 0) return child;
+  execv(program.c_str(), arguments.data());
+  std::perror(program.c_str());
+  _exit(2);
+}
+
+// Exit code of a child.
+int codeOf(pid_t child) {
   int status = 0;
-  waitpid(child, &status, 0);
+  if (child < 0 || waitpid(child, &status, 0) < 0) return 2;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 2;
 }
 
 int runOwn(const model::RunOptions& options) {
   const model::RunResult result = model::runModel(options);
-  std::printf("model: buffer size %lld, seed %llu, %lld steps in %.1f s (%.0f a second), %s\n",
+  std::printf("model: read buffer %lld, seed %llu, %lld steps in %.1f s (%.0f a second), %s\n",
               static_cast<long long>(options.bufferSize),
               static_cast<unsigned long long>(options.seed),
               static_cast<long long>(result.operations), result.seconds,
@@ -61,8 +69,20 @@ int runOwn(const model::RunOptions& options) {
   return result.passed ? 0 : 1;
 }
 
-int run(const model::RunOptions& options) {
-  return options.bufferSize == OWN_SIZE ? runOwn(options) : runOther(options.bufferSize, options);
+int runAll(model::RunOptions options) {
+  const std::string transcript = options.transcript;
+  options.operations = (options.operations + 2) / 3;
+  std::vector<pid_t> others;
+  for (const model::int64 size : {16, 64}) {
+    options.bufferSize = size;
+    options.transcript = transcript.empty() ? "" : transcript + "." + std::to_string(size);
+    others.push_back(startOther(options));
+  }
+  options.bufferSize = OWN_SIZE;
+  options.transcript = transcript;
+  int worst = runOwn(options);
+  for (const pid_t other : others) worst = std::max(worst, codeOf(other));
+  return worst;
 }
 
 }  // namespace
@@ -71,6 +91,7 @@ int main(int argc, char** argv) {
   CLI::App app("Compares the file module with a model of it on random steps.");
   model::RunOptions options;
   options.bufferSize = 0;
+  options.seed = static_cast<uint64_t>(std::time(nullptr));
   app.add_option("--operations", options.operations, "steps to perform, over all sizes")
       ->check(CLI::PositiveNumber);
   app.add_option("--seed", options.seed, "what the sequences follow from");
@@ -79,12 +100,6 @@ int main(int argc, char** argv) {
       ->check(CLI::IsMember({16, 64, 4096}));
   app.add_option("--transcript", options.transcript, "where the transcript of a failure goes");
   CLI11_PARSE(app, argc, argv);
-  if (options.bufferSize != 0) return run(options);
-  options.operations = (options.operations + 2) / 3;
-  int worst = 0;
-  for (const model::int64 size : {16, 64, 4096}) {
-    options.bufferSize = size;
-    worst = std::max(worst, run(options));
-  }
-  return worst;
+  if (options.bufferSize == 0) return runAll(options);
+  return options.bufferSize == OWN_SIZE ? runOwn(options) : codeOf(startOther(options));
 }
