@@ -14,7 +14,6 @@ namespace {
 using Kind = Answer::Kind;
 
 constexpr int64 READ_CHUNK = 4096;  // most that an item may take, and that is fetched at once
-constexpr int64 PRINT_CHUNK = 1024;
 constexpr int64 LOAD_CHUNK = 2048;
 constexpr int64 LINE_END_LIMIT = 128;
 constexpr int64 PROMPT_LIMIT = 1023;

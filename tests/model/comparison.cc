@@ -113,7 +113,7 @@ std::optional<Difference> Comparison::run(const Sequence& sequence, const std::v
                                           const std::string& transcript) {
   if (!transcript.empty()) {
     transcript_.open(transcript, std::ios::binary | std::ios::trunc);
-    transcript_ << transcriptStart(sequence.files, bufferSize_);
+    write(transcriptStart(sequence.files, bufferSize_));
   }
   begin(sequence);
   for (size_t i = 0; i < sequence.operations.size(); ++i) {
@@ -124,6 +124,13 @@ std::optional<Difference> Comparison::run(const Sequence& sequence, const std::v
   return std::nullopt;
 }
 
+// At once, for the step that follows may end the process.
+void Comparison::write(const std::string& transcript) {
+  module_.limitFiles(false);
+  transcript_ << transcript << std::flush;
+  module_.limitFiles(true);
+}
+
 std::string Comparison::step(const Operation& operation) {
   const bool isWhole = std::none_of(operation.arguments.begin(), operation.arguments.end(),
                                     [](const Value& value) { return value.fromSize; });
@@ -132,7 +139,7 @@ std::string Comparison::step(const Operation& operation) {
   if (!model_->admits(whole)) return "";
   module_.prepare(whole);
   const Answer expected = model_->perform(whole);
-  if (transcript_.is_open()) transcript_ << transcriptStep(whole, expected, *model_) << std::flush;
+  if (transcript_.is_open()) write(transcriptStep(whole, expected, *model_));
   const Observed actual = module_.perform(whole);
   ++performed_;
   std::string difference = compareAnswer(expected, actual);

@@ -32,6 +32,7 @@ class Comparison {
 
  private:
   void begin(const Sequence& sequence);
+  void write(const std::string& transcript);
   std::string step(const Operation& operation);
   bool sameError(const Answer& expected, const KciErrSType& actual);
   bool sameResult(const Answer& expected, const Observed& actual);

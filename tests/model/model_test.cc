@@ -23,8 +23,12 @@ namespace {
 
 constexpr model::int64 OWN_SIZE = MODEL_READ_BUF_SIZE;
 
+struct Options : model::RunOptions {
+  bool record = false;
+};
+
 // Starts the program for another size, which stands beside this one.
-pid_t startOther(const model::RunOptions& options) {
+pid_t startOther(const Options& options) {
   const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
   const std::string size = std::to_string(options.bufferSize);
   const std::string program = self.parent_path() / ("model_test_" + size);
@@ -38,7 +42,8 @@ pid_t startOther(const model::RunOptions& options) {
                                           "--transcript",
                                           options.transcript,
                                           "--size",
-                                          size};
+                                          size,
+                                          options.record ? "--record" : "--compare"};
   std::vector<char*> arguments;
   for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
@@ -56,8 +61,14 @@ int codeOf(pid_t child) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 2;
 }
 
-int runOwn(const model::RunOptions& options) {
-  const model::RunResult result = model::runModel(options);
+int runOwn(const Options& options) {
+  const model::RunResult result =
+      options.record ? model::recordSequence(options) : model::runModel(options);
+  if (options.record) {
+    std::printf("%s%s: %lld steps\n", result.report.c_str(), options.transcript.c_str(),
+                static_cast<long long>(result.operations));
+    return result.passed ? 0 : 1;
+  }
   std::printf("model: read buffer %lld, seed %llu, %lld steps in %.1f s (%.0f a second), %s\n",
               static_cast<long long>(options.bufferSize),
               static_cast<unsigned long long>(options.seed),
@@ -69,7 +80,7 @@ int runOwn(const model::RunOptions& options) {
   return result.passed ? 0 : 1;
 }
 
-int runAll(model::RunOptions options) {
+int runAll(Options options) {
   const std::string transcript = options.transcript;
   options.operations = (options.operations + 2) / 3;
   std::vector<pid_t> others;
@@ -89,7 +100,7 @@ int runAll(model::RunOptions options) {
 
 int main(int argc, char** argv) {
   CLI::App app("Compares the file module with a model of it on random steps.");
-  model::RunOptions options;
+  Options options;
   options.bufferSize = 0;
   options.seed = static_cast<uint64_t>(std::time(nullptr));
   app.add_option("--operations", options.operations, "steps to perform, over all sizes")
@@ -99,6 +110,9 @@ int main(int argc, char** argv) {
   app.add_option("--size", options.bufferSize, "the read buffer's size")
       ->check(CLI::IsMember({16, 64, 4096}));
   app.add_option("--transcript", options.transcript, "where the transcript of a failure goes");
+  app.add_flag("--record,!--compare", options.record,
+               "only write the sequence --first as a transcript, without standard files")
+      ->needs("--transcript");
   CLI11_PARSE(app, argc, argv);
   if (options.bufferSize == 0) return runAll(options);
   return options.bufferSize == OWN_SIZE ? runOwn(options) : codeOf(startOther(options));

@@ -171,7 +171,13 @@ ModuleSide::ModuleSide(int64 sizeLimit) : sizeLimit_(sizeLimit) {
   objects_.fill(OOP_NIL);
   files_.fill(OOP_NIL);
   std::signal(SIGXFSZ, SIG_IGN);
-  const rlimit limit = {static_cast<rlim_t>(sizeLimit_), RLIM_INFINITY};
+  limitFiles(true);
+}
+
+void ModuleSide::limitFiles(bool limited) {
+  rlimit limit = {};
+  getrlimit(RLIMIT_FSIZE, &limit);
+  limit.rlim_cur = limited ? static_cast<rlim_t>(sizeLimit_) : limit.rlim_max;
   if (setrlimit(RLIMIT_FSIZE, &limit) != 0) stop("setrlimit");
 }
 

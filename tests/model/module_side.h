@@ -52,6 +52,9 @@ class ModuleSide {
 
   Observed perform(const Operation& operation);
 
+  // Whether files may not grow past the limit; the module's never may.
+  void limitFiles(bool limited);
+
   // Asked without changing anything.
   int errorCode(OopType file);
   std::string_view errorText(int64 file, int session);

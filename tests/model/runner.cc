@@ -30,6 +30,8 @@ struct Shared {
   char directory[256];
 };
 
+constexpr int64 LARGEST_TRANSFER = 1 << 20;  // that is asked of the shell
+
 enum class Ending { Passed, Differed, Crashed };
 
 class Child {
@@ -172,7 +174,31 @@ std::string reportFailure(const RunOptions& options, Child* child, Ending ending
   return report;
 }
 
+RunResult resultOf(Ending ending, const Shared& shared) {
+  RunResult result;
+  result.passed = ending == Ending::Passed;
+  result.operations = shared.operations;
+  return result;
+}
+
 }  // namespace
+
+RunResult recordSequence(const RunOptions& options) {
+  Child child(options.bufferSize);
+  const Ending ending = child.run([&](Comparison& comparison, Shared& shared) {
+    const Sequence sequence = generate(options.seed, options.firstSequence, options.bufferSize);
+    std::vector<bool> kept;
+    for (const Operation& each : sequence.operations)
+      kept.push_back(each.step != Step::KvfCreateStdFile && each.count >= 0 &&
+                     each.count <= LARGEST_TRANSFER);
+    auto difference = comparison.run(sequence, kept, options.transcript);
+    shared.operations = comparison.performed();
+    return difference;
+  });
+  RunResult result = resultOf(ending, child.shared());
+  if (!result.passed) result.report = child.shared().text;
+  return result;
+}
 
 RunResult runModel(const RunOptions& options) {
   const auto start = std::chrono::steady_clock::now();
@@ -188,9 +214,7 @@ RunResult runModel(const RunOptions& options) {
     shared.operations = comparison.performed();
     return difference;
   });
-  RunResult result;
-  result.passed = ending == Ending::Passed;
-  result.operations = child.shared().operations;
+  RunResult result = resultOf(ending, child.shared());
   result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   if (!result.passed) result.report = reportFailure(options, &child, ending);
   return result;

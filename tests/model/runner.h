@@ -26,4 +26,9 @@ struct RunResult {
 
 RunResult runModel(const RunOptions& options);
 
+// Writes the first sequence as a transcript, without what a replay cannot do: its standard files are
+// others, and the shell refuses counts that no buffer has. The result tells of a difference that was
+// met on the way.
+RunResult recordSequence(const RunOptions& options);
+
 }  // namespace model
