@@ -850,10 +850,12 @@ bool Model::wouldRegister(const Value& file) {
 }
 
 bool Model::admitsOpening(const Operation& operation) {
-  if (!operation.arguments[1].isText() || !operation.arguments[2].isText()) return true;
+  const Value& modeArgument = operation.arguments[2];
+  if (!operation.arguments[1].isText()) return true;
+  if (!modeArgument.isText() && modeArgument.kind != Value::Kind::Bytes) return true;
   HostFile* file = host_.find(cText(operation.arguments[1].bytes));
   if (file == nullptr) return true;
-  const std::string mode = cText(operation.arguments[2].bytes);
+  const std::string mode = cText(modeArgument.bytes);
   const bool gzip = operation.arguments[3].kind == Value::Kind::True;
   if (!(gzip ? isGzipMode(mode) : isPlainMode(mode))) return true;
   const Host::Opening how = openingFor(mode, gzip);

@@ -21,7 +21,6 @@ namespace model {
 
 namespace {
 
-constexpr int FIRST_PRIVATE_DESCRIPTOR = 220;  // where the module's never come
 constexpr size_t TRANSFER_BUFFER = 1 << 20;
 constexpr size_t MAP_SIZE = 1 << 17;
 constexpr char GUARD = '\x5A';
@@ -33,7 +32,7 @@ constexpr int64 COLLECT_AFTER = 20000;  // objects
 
 int movedAway(int descriptor) {
   if (descriptor < 0) stop("open");
-  const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, FIRST_PRIVATE_DESCRIPTOR);
+  const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, PRIVATE_DESCRIPTORS);
   close(descriptor);
   return moved;
 }

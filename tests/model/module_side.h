@@ -14,6 +14,9 @@
 
 namespace model {
 
+// Descriptors of the comparison itself begin here, where the module's never come.
+inline constexpr int PRIVATE_DESCRIPTORS = 220;
+
 // What came out of a step.
 struct Observed {
   bool forC = false;  // an exported function's, not an action's

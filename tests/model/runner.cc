@@ -2,6 +2,7 @@
 
 #include "model/comparison.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,9 +17,32 @@
 #include <numeric>
 #include <stdexcept>
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define MODEL_WITH_LEAK_CHECK 1
+#endif
+#endif
+#ifdef MODEL_WITH_LEAK_CHECK
+#include <sanitizer/common_interface_defs.h>
+#include <sanitizer/lsan_interface.h>
+#endif
+
 namespace model {
 
 namespace {
+
+#ifdef MODEL_WITH_LEAK_CHECK
+// Standard error is put on another file, which must not keep a report from its reader.
+void keepReports() {
+  const intptr_t descriptor = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, PRIVATE_DESCRIPTORS);
+  __sanitizer_set_report_fd(reinterpret_cast<void*>(descriptor));
+}
+
+bool hasLeaks() { return __lsan_do_recoverable_leak_check() != 0; }
+#else
+void keepReports() {}
+bool hasLeaks() { return false; }
+#endif
 
 // What a child process tells its parent, even when it crashes.
 struct Shared {
@@ -30,6 +54,7 @@ struct Shared {
   char directory[256];
 };
 
+constexpr const char* LEAKED = "memory was leaked, here or before";
 constexpr int64 LARGEST_TRANSFER = 1 << 20;  // that is asked of the shell
 
 enum class Ending { Passed, Differed, Crashed };
@@ -72,6 +97,7 @@ class Child {
       const std::function<std::optional<Difference>(Comparison&, Shared&)>& body) {
     int code = 0;
     try {
+      keepReports();
       Comparison comparison(bufferSize_);
       std::snprintf(shared_->directory, sizeof shared_->directory, "%s",
                     comparison.directory().c_str());
@@ -79,6 +105,10 @@ class Child {
         shared_->differed = true;
         shared_->operation = difference->operation;
         std::snprintf(shared_->text, sizeof shared_->text, "%s", difference->text.c_str());
+      }
+      if (!shared_->differed && hasLeaks()) {
+        shared_->differed = true;
+        std::snprintf(shared_->text, sizeof shared_->text, "%s", LEAKED);
       }
     } catch (const std::exception& error) {
       std::snprintf(shared_->text, sizeof shared_->text, "%s", error.what());
@@ -165,6 +195,7 @@ std::string reportFailure(const RunOptions& options, Child* child, Ending ending
                        std::to_string(options.seed) + ", buffer size " +
                        std::to_string(options.bufferSize) + ", after " +
                        std::to_string(first.operations) + " steps:\n" + first.text + "\n";
+  if (std::strcmp(first.text, LEAKED) == 0) return report;  // nobody knows in which sequence
   Shrinker shrinker(child, generate(options.seed, first.sequence, options.bufferSize));
   if (ending == Ending::Differed) shrinker.cutBehind(first.operation);
   shrinker.shrink();
