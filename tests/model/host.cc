@@ -133,13 +133,14 @@ int64 Host::write(int descriptor, std::string_view bytes) {
   const auto count = static_cast<int64>(bytes.size());
   if (!to.writes) return fail(EBADF);
   if (count > LAST_POSITION - to.position) return fail(EINVAL);
+  // A write that fails at once leaves the position, even one that would have moved to the end.
   std::string& content = to.file->bytes;
-  if (to.appends) to.position = static_cast<int64>(content.size());
-  const int64 fits = std::clamp<int64>(sizeLimit_ - to.position, 0, count);
+  const int64 start = to.appends ? static_cast<int64>(content.size()) : to.position;
+  const int64 fits = std::clamp<int64>(sizeLimit_ - start, 0, count);
   if (fits > 0) {
-    const int64 end = to.position + fits;
+    const int64 end = start + fits;
     if (end > static_cast<int64>(content.size())) content.resize(static_cast<size_t>(end));
-    content.replace(static_cast<size_t>(to.position), static_cast<size_t>(fits),
+    content.replace(static_cast<size_t>(start), static_cast<size_t>(fits),
                     bytes.substr(0, static_cast<size_t>(fits)));
     to.position = end;
   }
