@@ -4,6 +4,7 @@
 
 #include "hostlayer/lock_wait_timer.h"
 #include "hostlayer/retry.h"
+#include "memory/assertions.h"
 
 #include <algorithm>
 #include <atomic>
@@ -67,6 +68,7 @@ int setLock(int fd, struct flock64* range) {
 bool meansHeldByAnother(int errNum) { return errNum == EAGAIN || errNum == EACCES; }
 
 int waitForLock(int fd, struct flock64* range, int millisecs) {
+  KVHOST_ASSERT(fd >= 0 && millisecs > 0 && range->l_type != F_UNLCK);
   const int64_t deadline = monotonicNanos() + millisecs * NANOS_PER_MILLI;
   const int signal = waitSignal.load(std::memory_order_relaxed);
   if (signal != 0) {

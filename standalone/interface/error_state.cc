@@ -166,6 +166,7 @@ BoolType KciErr(KciErrSType* err) {
 
 void KciPushErrJump(KciErrJumpSType* jump) {
   kvhost::interface::ErrorState& state = kvhost::interface::errorState();
+  KVHOST_ASSERT(!kvhost::interface::isRegistered(state, jump));
   jump->link = state.frames;
   state.frames = jump;
 }

@@ -80,6 +80,7 @@ bool mayChange(OopType oop, const Slot& slot) {
 }
 
 bool makeRoom(OopType oop, Slot& slot, int64_t offset, int64_t count) {
+  KVHOST_ASSERT(offset >= 0 && count >= 0 && (slot.flags & memory::SLOT_INVARIANT) == 0);
   int64_t end = 0;
   if (__builtin_add_overflow(offset, count, &end)) return failWith(false, ERROR_OUT_OF_RANGE, oop);
   if (end <= slot.size) return true;
@@ -91,6 +92,7 @@ bool makeRoom(OopType oop, Slot& slot, int64_t offset, int64_t count) {
 }
 
 int64_t unitsAvailable(const Slot& slot, int64_t startIndex, int64_t count) {
+  KVHOST_ASSERT(startIndex >= 0 && count >= 0);
   if (startIndex > slot.size) return 0;
   return std::min(count, slot.size - startIndex + 1);
 }

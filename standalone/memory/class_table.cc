@@ -1,6 +1,5 @@
 #include "memory/class_table.h"
 
-#include <array>
 #include <cstddef>
 
 namespace kvhost::memory {
@@ -39,23 +38,6 @@ constexpr std::array CLASSES = {
               0},
 };
 
-constexpr OopType HIGHEST_CLASS = CLASS_KV_FILE;
-constexpr uint8_t NO_CLASS = 0xFF;
-
-// Slot number to index in CLASSES, so that a look-up is one load.
-constexpr auto INDEX_OF_NUMBER = [] {
-  std::array<uint8_t, slotNumberOf(HIGHEST_CLASS) + 1> result{};
-  result.fill(NO_CLASS);
-  for (size_t i = 0; i < CLASSES.size(); ++i) {
-    result.at(slotNumberOf(CLASSES.at(i).id)) = static_cast<uint8_t>(i);
-  }
-  return result;
-}();
-
-uint8_t indexOfNumber(uint64_t number) {
-  return number < INDEX_OF_NUMBER.size() ? INDEX_OF_NUMBER[number] : NO_CLASS;
-}
-
 // One object for each class, and the error category behind them.
 using FixedSlots = std::array<Slot, CLASSES.size() + 1>;
 
@@ -78,13 +60,11 @@ constinit FixedSlots fixedSlots = [] {
 
 std::span<const ClassInfo> allClasses() { return CLASSES; }
 
-const ClassInfo* findClass(OopType id) {
-  if (!hasSlotTag(id)) return nullptr;
-  const uint8_t index = indexOfNumber(slotNumberOf(id));
-  return index == NO_CLASS ? nullptr : &CLASSES[index];
-}
-
-const ClassInfo& classOfNumber(uint32_t number) { return CLASSES[INDEX_OF_NUMBER[number]]; }
+constexpr std::array<const ClassInfo*, CLASS_NUMBERS> classesByNumber = [] {
+  std::array<const ClassInfo*, CLASS_NUMBERS> result{};
+  for (const ClassInfo& info : CLASSES) result.at(slotNumberOf(info.id)) = &info;
+  return result;
+}();
 
 bool inheritsFrom(const ClassInfo& cls, OopType ancestor) {
   for (const ClassInfo* each = &cls; each != nullptr; each = findClass(each->superclass)) {
@@ -95,8 +75,8 @@ bool inheritsFrom(const ClassInfo& cls, OopType ancestor) {
 
 Slot* fixedSlot(uint64_t number) {
   if (number == slotNumberOf(OOP_ERROR_CATEGORY)) return &fixedSlots.back();
-  const uint8_t index = indexOfNumber(number);
-  return index == NO_CLASS ? nullptr : &fixedSlots[index];
+  if (number >= CLASS_NUMBERS || classesByNumber[number] == nullptr) return nullptr;
+  return &fixedSlots[static_cast<size_t>(classesByNumber[number] - CLASSES.data())];
 }
 
 }  // namespace kvhost::memory

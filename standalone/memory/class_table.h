@@ -5,8 +5,10 @@
 #include <kvfile/kvhost.h>
 #include <kvfile/platform/oop.h>
 
+#include "memory/assertions.h"
 #include "memory/slot.h"
 
+#include <array>
 #include <span>
 #include <string_view>
 
@@ -34,11 +36,21 @@ struct ClassInfo {
 // All classes, superclasses first.
 std::span<const ClassInfo> allClasses();
 
+// The classes by the number of their slot, and null between them, so that a look-up is one load.
+inline constexpr uint64_t CLASS_NUMBERS = slotNumberOf(CLASS_KV_FILE) + 1;
+extern const std::array<const ClassInfo*, CLASS_NUMBERS> classesByNumber;
+
 // The class with this identifier, or null.
-const ClassInfo* findClass(OopType id);
+inline const ClassInfo* findClass(OopType id) {
+  const uint64_t number = slotNumberOf(id);
+  return hasSlotTag(id) && number < CLASS_NUMBERS ? classesByNumber[number] : nullptr;
+}
 
 // The class whose slot number is `number`; it must be one.
-const ClassInfo& classOfNumber(uint32_t number);
+inline const ClassInfo& classOfNumber(uint32_t number) {
+  KVHOST_ASSERT(number < CLASS_NUMBERS && classesByNumber[number] != nullptr);
+  return *classesByNumber[number];
+}
 
 // True when `cls` is `ancestor` or inherits from it.
 bool inheritsFrom(const ClassInfo& cls, OopType ancestor);

@@ -67,7 +67,7 @@ uint64_t Collector::usedSlots(uint64_t chunk) const {
 // chunk holds nothing any more.
 bool Collector::sweepChunk(uint64_t chunk, Survivors* survivors) {
   Slot* slots = chunkDirectory[chunk].slots;
-  const FreeSlot freeBefore = memory_.firstFree_;
+  FreeSlot firstFree = memory_.firstFree_;
   const uint64_t used = usedSlots(chunk);
   const int64_t before = survivors->objects;
   for (uint64_t i = used; i-- > 0;) {
@@ -80,10 +80,12 @@ bool Collector::sweepChunk(uint64_t chunk, Survivors* survivors) {
       continue;
     }
     if (isLive) dropContents(slot);
-    memory_.give(chunk * SLOTS_PER_CHUNK + i, slot);
+    slot.flags = 0;
+    slot.nextFree = firstFree;
+    firstFree = {&slot, chunk * SLOTS_PER_CHUNK + i};
   }
   const bool keep = survivors->objects > before || used < SLOTS_PER_CHUNK;
-  if (!keep) memory_.firstFree_ = freeBefore;
+  if (keep) memory_.firstFree_ = firstFree;
   return keep;
 }
 

@@ -97,15 +97,14 @@ void setUnsetBytes(Slot& slot, int64_t offset, int64_t count) {
   fillUnits(slot, std::min(offset + count, slot.size), slot.size);
 }
 
-void copyBytes(void* to, const void* from, size_t count) {
-  // Larger pieces meet a copying routine that is many times slower for some pairs of addresses.
-  constexpr size_t PIECE = 2048;
+void copyInPieces(void* to, const void* from, size_t count) {
   auto* target = static_cast<unsigned char*>(to);
   const auto* source = static_cast<const unsigned char*>(from);
-  for (; count > PIECE; count -= PIECE, target += PIECE, source += PIECE) {
-    std::memcpy(target, source, PIECE);
+  KVHOST_ASSERT(target + count <= source || source + count <= target);
+  for (; count > COPY_PIECE; count -= COPY_PIECE, target += COPY_PIECE, source += COPY_PIECE) {
+    std::memcpy(target, source, COPY_PIECE);
   }
-  if (count > 0) std::memcpy(target, source, count);
+  std::memcpy(target, source, count);
 }
 
 }  // namespace kvhost::memory

@@ -3,7 +3,9 @@
 
 #include "memory/object_memory.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace kvhost::memory {
 
@@ -20,7 +22,15 @@ bool extendForStore(Slot& slot, int64_t offset, int64_t count);
 // caller stores at once.
 void setUnsetBytes(Slot& slot, int64_t offset = 0, int64_t count = 0);
 
+// Larger pieces meet a copying routine that is many times slower for some pairs of addresses.
+inline constexpr size_t COPY_PIECE = 2048;
+
+void copyInPieces(void* to, const void* from, size_t count);
+
 // Copies bytes between areas that do not overlap.
-void copyBytes(void* to, const void* from, size_t count);
+inline void copyBytes(void* to, const void* from, size_t count) {
+  if (count > COPY_PIECE) return copyInPieces(to, from, count);
+  if (count > 0) std::memcpy(to, from, count);
+}
 
 }  // namespace kvhost::memory

@@ -31,10 +31,6 @@ ObjectMemory& makeThreadMemory() {
   return *holder.memory;
 }
 
-void dropContents(Slot& slot) {
-  if ((slot.flags & SLOT_EXTERNAL) != 0) std::free(slot.external.block);
-}
-
 ObjectMemory::~ObjectMemory() {
   for (const uint64_t chunk : chunks_) {
     Slot* slots = chunkDirectory[chunk].slots;
@@ -69,12 +65,14 @@ bool ObjectMemory::takeBlock(Slot& slot, int64_t bytes) {
 }
 
 void ObjectMemory::give(uint64_t number, Slot& slot) {
+  KVHOST_ASSERT(&slot == chunkDirectory[number / SLOTS_PER_CHUNK].slots + number % SLOTS_PER_CHUNK);
   slot.flags = 0;
   slot.nextFree = firstFree_;
   firstFree_ = {&slot, number};
 }
 
 bool ObjectMemory::makePermanent(Slot& slot) {
+  KVHOST_ASSERT((slot.flags & SLOT_LIVE) != 0);
   if ((slot.flags & SLOT_PERMANENT) != 0) return true;
   try {
     permanent_.push_back(&slot);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
@@ -86,11 +87,13 @@ inline ObjectMemory& threadMemory() {
 inline constexpr int64_t MAX_CONTENT_BYTES = int64_t{1} << 32;
 
 // Frees the block of a slot that has one.
-void dropContents(Slot& slot);
+inline void dropContents(Slot& slot) {
+  if ((slot.flags & SLOT_EXTERNAL) != 0) std::free(slot.external.block);
+}
 
 // ---- making an object, inline from end to end ----
 
-inline FreeSlot ObjectMemory::takeSlot() {
+[[gnu::always_inline]] inline FreeSlot ObjectMemory::takeSlot() {
   const FreeSlot taken = firstFree_;
   if (taken.slot != nullptr) {
     firstFree_ = taken.slot->nextFree;
@@ -100,7 +103,7 @@ inline FreeSlot ObjectMemory::takeSlot() {
   return {fresh_.slot++, fresh_.number++};
 }
 
-inline NewObject ObjectMemory::make(const ClassInfo& cls, int64_t size) {
+[[gnu::always_inline]] inline NewObject ObjectMemory::make(const ClassInfo& cls, int64_t size) {
   KVHOST_ASSERT(size >= 0);
   const bool pointers = cls.format == Format::Pointers;
   const int64_t unit = pointers ? 8 : 1;
@@ -108,6 +111,7 @@ inline NewObject ObjectMemory::make(const ClassInfo& cls, int64_t size) {
   const FreeSlot taken = takeSlot();
   if (taken.slot == nullptr) return {};
   Slot& slot = *taken.slot;
+  KVHOST_ASSERT((slot.flags & SLOT_LIVE) == 0);
   slot.classNumber = static_cast<uint32_t>(slotNumberOf(cls.id));
   slot.flags = pointers ? SLOT_LIVE | SLOT_POINTERS : SLOT_LIVE;
   slot.size = size;

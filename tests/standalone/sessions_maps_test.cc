@@ -174,6 +174,21 @@ TEST_F(Maps, AnyKeyAndANullValueAreFine) {
   }
 }
 
+TEST(DebugBuildsDeathTest, RefuseAnEntryThatWasDeleted) {
+#if defined(NDEBUG)
+  GTEST_SKIP() << "this build checks nothing";
+#else
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  KciOopMapType* map = KciOopMapCreate();
+  int status = 0;
+  KciOopMapEntryAdd(map, 0x10001, &status, &status);
+  KciOopMapEntryType* entry = KciOopMapEntryFind(map, 0x10001);
+  KciOopMapEntryDelete(entry);
+  EXPECT_DEATH(KciOopMapEntryGetValue(entry), "isLive");
+  KciOopMapDestroy(map);
+#endif
+}
+
 std::multiset<int64> visited;
 
 TEST_F(Maps, AWalkVisitsEachOnceAndMayDeleteAll) {
