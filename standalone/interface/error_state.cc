@@ -52,7 +52,6 @@ void beginCall(ErrorState& state, RaisePoint* point) {
 
 void endCall(ErrorState& state, const RaisePoint& point) {
   KVHOST_ASSERT(state.raisePoint == &point);
-  reportForgottenFrames(state);
   state.raisePoint = point.outer;
   state.frames = point.outerFrames;
   state.isPending = point.outerIsPending;
@@ -66,6 +65,7 @@ OopType callBody(OopType (*body)(void*), void* context, const RaisePoint& point)
   try {
     return body(context);
   } catch (const std::bad_alloc&) {
+    state.frames = nullptr;  // they went with their functions, which could not take them back
     describeError(ERROR_NO_MEMORY, OOP_NIL, OOP_NIL, &state.pending);
     state.isPending = true;
   } catch (...) {
@@ -108,11 +108,13 @@ bool runGuarded(OopType (*body)(void*), void* context, OopType* value, KciErrSTy
   beginCall(state, &point);
   if (setjmp(point.buf) != 0) {
     *error = point.error;
+    endCall(state, point);
     return false;
   }
   const OopType answer = callBody(body, context, point);
   const bool failed = state.isPending;
   if (failed) *error = state.pending;
+  reportForgottenFrames(state);
   endCall(state, point);
   if (!failed) *value = answer;
   return !failed;
@@ -152,7 +154,7 @@ void KciRaiseException(const KciErrSType* err) {
   kvhost::interface::RaisePoint* point = state.raisePoint;
   if (point == nullptr) kvhost::interface::stopUncaught(*err);
   point->error = *err;
-  kvhost::interface::endCall(state, *point);
+  kvhost::interface::reportForgottenFrames(state);  // while the frames are still there
   longjmp(point->buf, 1);
 }
 

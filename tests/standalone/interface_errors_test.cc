@@ -247,8 +247,13 @@ TEST(Raise, OfAnInnerCallLeavesThePendingErrorOfTheOuterOne) {
 }
 
 TEST(Raise, HappensWhereMemoryRunsOutInTheHost) {
-  const kvhost::Outcome outcome =
-      kvhost::protect([](void*) -> OopType { throw std::bad_alloc(); }, nullptr);
+  const kvhost::Outcome outcome = kvhost::protect(
+      [](void*) -> OopType {
+        KciErrJumpSType jump;
+        KciPushErrJump(&jump);
+        throw std::bad_alloc();
+      },
+      nullptr);
   EXPECT_EQ(outcome.status, kvhost::CallStatus::Raised);
   EXPECT_EQ(outcome.error.number, 2110);
   EXPECT_EQ(kvhost::errorJumpDepth(), 0);
