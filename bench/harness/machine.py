@@ -63,24 +63,28 @@ INTERPRETERS = {
     "tcl": (("tclsh", "tclsh8.6"), (), None),
     "gawk": (("gawk",), ("--version",), r"(GNU Awk [\d.]+)"),
 }
-PACKAGES = {"python": "python3", "perl": "perl", "lua": "lua5.4 lua-filesystem", "tcl": "tcl",
-            "gawk": "gawk", "valgrind": "valgrind"}
+PACKAGES = {"python": "python3", "perl": "perl", "lua": "lua5.4", "lua-filesystem": "lua-filesystem",
+            "tcl": "tcl", "gawk": "gawk"}  # valgrind is among those that the build installs
 
 
 def interpreters():
-    """The path of each interpreter that is there."""
+    """The path of each interpreter that is there; for a module, that of its interpreter."""
     found = {}
     for name, (names, _, _) in INTERPRETERS.items():
         path = next((shutil.which(n) for n in names if shutil.which(n)), None)
         if path:
             found[name] = path
+    if "lua" in found and subprocess.run([found["lua"], "-e", "require 'lfs'"],
+                                         capture_output=True, check=False).returncode == 0:
+        found["lua-filesystem"] = found["lua"]
     return found
 
 
 def versions(paths):
     """(what, version) of everything that is compared."""
     answer = []
-    for name, path in paths.items():
+    for name in (known for known in INTERPRETERS if known in paths):
+        path = paths[name]
         if name == "tcl":
             done = subprocess.run([path], input="puts [info patchlevel]", text=True,
                                   capture_output=True, check=False)

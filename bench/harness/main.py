@@ -3,7 +3,9 @@
 import argparse
 import json
 import os
+import resource
 import shutil
+import signal
 import subprocess
 import sys
 import time
@@ -60,11 +62,7 @@ def parser():
 def install():
     """Installs the peers that are missing."""
     there = machine.interpreters()
-    missing = [package for name, packages in machine.PACKAGES.items()
-               if name not in there and not shutil.which(name) for package in packages.split()]
-    if shutil.which("lua5.4") and subprocess.run(
-            ["lua5.4", "-e", "require 'lfs'"], capture_output=True, check=False).returncode:
-        missing.append("lua-filesystem")
+    missing = [package for name, package in machine.PACKAGES.items() if name not in there]
     if not missing:
         print("Nothing is missing.")
         return EXIT_DONE
@@ -98,18 +96,24 @@ def calibrate(tools, store):
     return {name: float(value) for name, value in map(str.split, output.splitlines())}
 
 
+def cpu_seconds():
+    """CPU time of all processes that were run so far."""
+    usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return usage.ru_utime + usage.ru_stime
+
+
 def measure_all(chosen, arguments, tools, store, progress):
     """Runs the workloads and prints each section as soon as it is there."""
     full = arguments.mode == "full"
     rounds = arguments.rounds or (15 if full else 5)
     results = {}
     for number, workload in enumerate(chosen, 1):
-        began = time.monotonic()
+        began, taken = time.monotonic(), cpu_seconds()
         size = workload.full if full else workload.quick
         results[workload.name] = measure.measure(workload, size, rounds, tools, store, progress)
         progress.line(f"[{number}/{len(chosen)}] {workload.name}: "
                       f"{len(results[workload.name]['variants'])} variants, {rounds} rounds, "
-                      f"{time.monotonic() - began:.0f} s")
+                      f"{time.monotonic() - began:.0f} s ({cpu_seconds() - taken:.1f} of CPU)")
         print(report.workload_section(workload, results[workload.name], tools.cpu_flags),
               flush=True)
     return results, rounds
@@ -160,15 +164,20 @@ def finish(record, arguments):
         print(report.shares_section(record["shares"]))
     if record["growth"]:
         print(report.growth_section(record["growth"]))
-    told, rows = report.overview(WORKLOADS, record["results"], flags)
+    told, rows = report.overview(WORKLOADS, record, flags)
     print(rows)
     print(f"\nTargets: {told}. Report: {page}")
     missed = "missed" in told or "noisy" in told
     return EXIT_MISSED if arguments.strict and missed else EXIT_DONE
 
 
+def end_as_when_interrupted(_signal, _frame):
+    raise KeyboardInterrupt
+
+
 def main():
     arguments = parser().parse_args()
+    signal.signal(signal.SIGTERM, end_as_when_interrupted)  # so that the data goes, too
     progress = measure.Progress(sys.stderr)
     if arguments.install:
         return install()

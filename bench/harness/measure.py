@@ -88,7 +88,8 @@ def measure(workload, size, rounds, tools, store, progress):
              v.command(tools, inputs[v.name][0], "empty"), counted(workload, inputs))
             for v in variants]
     times, memory = runner.rounds(
-        tools.launcher, jobs, rounds, lambda text: progress.step(f"{workload.name}: {text}"))
+        tools.launcher, jobs, rounds, workload.repeats,
+        lambda text: progress.step(f"{workload.name}: {text}"))
     figures = {}
     for variant in variants:
         units = inputs[variant.name][0].items * workload.per_item

@@ -28,12 +28,14 @@ class Tools:
     cpu_flags: frozenset[str]
     launcher: Launcher
 
-    def has(self, program):
-        return program not in PEER_SCRIPTS or program in self.interpreters
+    def has(self, variant):
+        needed = variant.needs or variant.program
+        return needed not in PEER_SCRIPTS | MODULES or needed in self.interpreters
 
 
 PEER_SCRIPTS = {"python": "peer.py", "perl": "peer.pl", "lua": "peer.lua", "tcl": "peer.tcl",
                 "gawk": "peer.awk"}
+MODULES = {"lua-filesystem": "lfs"}  # that an interpreter may lack
 
 
 @dataclass(frozen=True)
@@ -46,6 +48,7 @@ class Variant:
     share: int = 1              # works on 1/share of the items, because it is so slow
     compare: str = "items"      # what a check compares: items, bytes (its items are others), no
     input: Callable | None = None    # where it is not the workload's
+    needs: str = ""                  # a module of the interpreter
     script: Callable | None = None   # (tools, input, mode): a whole command, where it is no WORK
 
     def command(self, tools, given, mode):
@@ -95,15 +98,15 @@ class Workload:
     per_item: int = 1              # units in an item of the programs
     delivers: str = "output"       # where a check looks: output, file, gzip-file
     unordered: bool = False        # items may come in any order
+    repeats: int = 1               # runs of a variant in a round, where one is very short
     base: str = "floor"            # the variant that ratios are taken to
     losses: dict[str, str] = field(default_factory=dict)  # why a peer is faster, by its name
-    limit: str = ""                # why even the best cannot meet a target, where that is so
 
     def present(self, tools):
-        return [v for v in self.variants if tools.has(v.program)]
+        return [v for v in self.variants if tools.has(v)]
 
     def absent(self, tools):
-        return [v for v in self.variants if not tools.has(v.program)]
+        return [v for v in self.variants if not tools.has(v)]
 
     def input_of(self, variant, store, items):
         return (variant.input or self.input)(store, max(items // variant.share, 1))

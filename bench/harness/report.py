@@ -1,9 +1,10 @@
 """The report: the same tables for the terminal and for docs/performance.md, and its pictures."""
 
+from collections import Counter
+
 from harness import pictures
 from harness.figures import ratios, spread
 from harness.measure import judge
-from harness.shares import NAMES
 
 WIDTH = 100
 
@@ -125,14 +126,17 @@ def workload_section(workload, result, flags):
 
 # ---- the whole ----
 
-def overview(workloads, results, flags):
-    rows, counts = [], {}
+def overview(workloads, run, flags):
+    """How many targets stand how, in words, and a table of them all."""
+    rows = []
     for workload in workloads:
-        if workload.name not in results:
-            continue
-        for text, measured, _, word in target_rows(workload, results[workload.name], flags):
-            rows.append([workload.name, text, measured, word])
-            counts[word] = counts.get(word, 0) + 1
+        if workload.name in run["results"]:
+            judged = target_rows(workload, run["results"][workload.name], flags)
+            rows += [[workload.name, text, measured, word] for text, measured, _, word in judged]
+    for series in run["growth"]:
+        rows += [["growth", text, number(ratio), word]
+                 for text, ratio, word in series.get("targets", [])]
+    counts = Counter(row[-1] for row in rows)
     told = ", ".join(f"{counts[word]} {word}" for word in ("met", "missed", "noisy", "skipped")
                      if word in counts)
     return told, table(["workload", "target", "measured", "verdict"], rows, texts=(0, 1))
@@ -169,11 +173,11 @@ def growth_section(growth):
     parts = []
     for series in growth:
         rows = [[row[0], *map(number, row[1:])] for row in series["rows"]]
-        parts += [f"### {series['title']}", "", wrap(f"In {series['unit']}."
-                                                   if series["unit"].startswith("million") else
-                                                   series["unit"][0].upper() + series["unit"][1:] +
-                                                   "."), "",
+        parts += [f"### {series['title']}", "", wrap(f"In {series['unit']}."), "",
                   table(series["columns"], rows), ""]
+        targets = [[text, number(ratio), word] for text, ratio, word in series.get("targets", [])]
+        if targets:
+            parts += [table(["target", "measured", "verdict"], targets), ""]
     return "\n".join(parts)
 
 
@@ -199,7 +203,7 @@ collected after 4096, or 512 KB, so that they stay in the second cache."""
 def document(run, workloads, flags):
     """docs/performance.md."""
     results = run["results"]
-    told, rows = overview(workloads, results, flags)
+    told, rows = overview(workloads, run, flags)
     kind = "A full run" if run["full"] else "A quick run: small sizes and few rounds"
     parts = [
         "# Speed", "",
@@ -217,7 +221,7 @@ def document(run, workloads, flags):
                   shares_section(run["shares"])]
     if run["growth"]:
         parts += ["## Growth", "", growth_section(run["growth"])]
-    parts += ["## How it is measured", "", METHOD, ""]
+    parts += ["## How it is measured", "", "\n\n".join(map(wrap, METHOD.split("\n\n"))), ""]
     return "\n".join(parts)
 
 
@@ -231,6 +235,3 @@ def write(run, workloads, flags, folder):
     page = folder / "performance.md"
     page.write_text(document(run, workloads, flags))
     return page
-
-
-__all__ = ["document", "overview", "workload_section", "write", "NAMES"]

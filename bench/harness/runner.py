@@ -105,8 +105,8 @@ def work_time(timed, empty):
     return max(timed.cpu - (empty.cpu if empty else 0), 1)
 
 
-def rounds(launcher, variants, count, progress):
-    """Times every variant once a round. `variants` are (name, timed command, empty command or None,
+def rounds(launcher, variants, count, repeats, progress):
+    """Times every variant once a round, short ones as the mean of `repeats` runs. `variants` are (name, timed command, empty command or None,
     check of the output) tuples. Answers lists of nanoseconds and of peak memory by name."""
     times = {name: [] for name, *_ in variants}
     memory = {name: [] for name, *_ in variants}
@@ -116,8 +116,9 @@ def rounds(launcher, variants, count, progress):
         turn = number % len(variants)  # nobody is always behind the same neighbour
         for name, timed, empty, check in variants[turn:] + variants[:turn]:
             base = launcher.run(empty) if empty else None
-            result = launcher.run(timed)
-            check(name, told(result.output))
-            times[name].append(work_time(result, base))
-            memory[name].append(result.memory)
+            results = [launcher.run(timed) for _ in range(repeats)]
+            for result in results:
+                check(name, told(result.output))
+            times[name].append(sum(work_time(result, base) for result in results) / repeats)
+            memory[name].append(max(result.memory for result in results))
     return times, memory

@@ -99,8 +99,12 @@ def module_forms(work):
             module("call-" + work, "by-name", "module, called by name"))
 
 
-def costless(work, name, title, make_input):
-    return Variant(name, title, "bench_costless_lto", work, "module", input=make_input)
+def costless_forms(work, make_input):
+    """The module over a platform that costs nothing."""
+    return (Variant("alone", "module over a costless platform", "bench_costless_lto", work, "module",
+                    input=make_input),
+            Variant("alone-plain", "the same, linked without LTO", "bench_costless_plain", work,
+                    "module", input=make_input))
 
 
 def naive(work, **more):
@@ -221,7 +225,7 @@ WORKLOADS = (
         lines_of(40),
         (bare("reads"), floor("lines"), *module_forms("lines"),
          module("lines-reused", "reused", "module, one String again and again"),
-         costless("lines", "alone", "module over a costless platform", costless_lines(40)),
+         *costless_forms("lines", costless_lines(40)),
          naive("lines"), library("getline"), library("std-getline", "std::getline"),
          *peers("lines", *ALL),
          Variant("readline", "Python readline()", "python", "readline"),
@@ -229,7 +233,7 @@ WORKLOADS = (
         (within(1.25), within(1.1, of="reused"), within(1.0, "getline", "reused"),
          faster("python", 1.9), faster("perl", 2.5), faster("lua", 5.5), faster("tcl", 7.5),
          Target("alone", at_most=18)),
-        check=9000, quick=500_000, full=2_500_000,
+        check=9000, quick=300_000, full=2_500_000,
         losses={"getline": SEEK_AND_OBJECT, "std-getline": SEEK_AND_OBJECT}),
     Workload(
         "lines-1000", "Lines of 1000 bytes", "line", "The same with long lines.",
@@ -250,21 +254,21 @@ WORKLOADS = (
         lines_of(40, EOL_3),
         (bare("reads"), floor("eol3"), *module_forms("eol3"),
          module("eol3-reused", "reused", "module, one String again and again"),
-         costless("eol3", "alone", "module over a costless platform", costless_lines(40, EOL_3)),
+         *costless_forms("eol3", costless_lines(40, EOL_3)),
          naive("eol3"), library("getdelim"), *peers("eol3", "perl"),
          Variant("gawk", "gawk", "gawk", r"=-\n")),
         (within(1.40), within(1.3, "getdelim"), faster("perl", 2.2)),
-        check=9000, quick=500_000, full=2_500_000, losses={"getdelim": SEEK_AND_OBJECT}),
+        check=9000, quick=300_000, full=2_500_000, losses={"getdelim": SEEK_AND_OBJECT}),
     Workload(
         "bytes", "One byte per call", "byte", "Every byte of a file by KvfGetC.",
         bytes_of_lines,
         (bare("reads"), floor("bytes"), *module_forms("bytes"),
-         costless("bytes", "alone", "module over a costless platform", costless_bytes),
+         *costless_forms("bytes", costless_bytes),
          naive("bytes"), library("getc"),
          *peers("bytes", *ALL, share=dict.fromkeys(ALL, 10))),
         (within(1.85), within(1.7, "getc"), faster("python", 13), faster("lua", 23),
          faster("tcl", 60), Target("alone", at_most=6)),
-        check=40_000, quick=8_000_000, full=40_000_000,
+        check=40_000, quick=5_000_000, full=40_000_000,
         losses={"getc": NO_LOOKUP, "naive": "it knows one kind of file, one session, no error"}),
     Workload(
         "bulk-read", "Reading 4096 bytes a call", "call", "A whole file by KvfRead into one object.",
@@ -280,7 +284,7 @@ WORKLOADS = (
         (bare("bulk-write"), floor("bulk-write"), *module_forms("bulk-write"), naive("bulk-write"),
          library("fwrite"), *peers("bulk-write", *ALL)),
         (within(1.06), faster("python", 1.25)),
-        check=50, quick=20_000, full=20_000, delivers="file",
+        check=50, quick=8_000, full=20_000, delivers="file",
         losses={"fwrite": "the module copies the object's bytes before it writes them"}),
     Workload(
         "small-write", "Writing 40 bytes a call", "call", "The same with little in each call: one "
@@ -354,7 +358,9 @@ WORKLOADS = (
         "Array.",
         folder(100_000),
         (bare("directory"), floor("directory"), *module_forms("directory"), naive("directory"),
-         library("std-filesystem", "std::filesystem"), *peers("directory", *ALL)),
+         library("std-filesystem", "std::filesystem"),
+         *peers("directory", "python", "perl", "tcl"),
+         *peers("directory", "lua", needs="lua-filesystem")),
         (within(1.05), within(1.0, "python"), faster("std-filesystem", 1.35)),
         check=1, quick=1, full=5, unordered=True,
         losses=dict.fromkeys(("python", "perl", "lua"),
@@ -400,7 +406,7 @@ WORKLOADS = (
          start_variant("lua", "Lua", "lua", "-e", "return"),
          start_variant("tcl", "Tcl", "tcl", "/dev/null")),
         (Target("module", at_most=2_000_000),),
-        check=1, quick=1, full=1, delivers="no"),
+        check=1, quick=1, full=1, delivers="no", repeats=10),
     Workload(
         "kvf-objects", "File objects that are kept", "object", "KvFile new in a loop of the shell, "
         "every object kept in an Array.",
