@@ -197,7 +197,8 @@ same object allocator, and nothing else, compiled without link-time optimisation
 the module as one would write it without thinking of speed: one file, the containers of the standard
 library, a byte at a time. The module is called through pointers, as an interpreter calls it, and by
 name through `kvhost::callAction`; over a costless platform its own part is left. Objects are
-collected after 4096, or 512 KB, so that they stay in the second cache."""
+collected after 4096, or 512 KB, so that they stay in the second cache; freed memory stays with the
+process, in all programs."""
 
 
 def document(run, workloads, flags):

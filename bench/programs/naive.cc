@@ -205,7 +205,40 @@ Outcome print(const Job& job) {
   return {delivery.count(), watch.elapsed()};
 }
 
-// A character at a time, a branch for each kind of them.
+// Text that is taken a character at a time.
+class TextReader {
+ public:
+  explicit TextReader(const std::string& text) : text_(text) {}
+  // The next character, or -1 at the end.
+  int get() { return next_ < text_.size() ? static_cast<unsigned char>(text_[next_++]) : -1; }
+
+ private:
+  const std::string& text_;
+  size_t next_ = 0;
+};
+
+// The values of a text: one to four digits each, up to the first character that is neither digit
+// nor separator. A fifth digit begins the next value.
+void readValues(TextReader text, std::vector<unsigned char>& values) {
+  unsigned value = 0;
+  int digits = 0;
+  for (int c = text.get(); c >= 0; c = text.get()) {
+    const bool digit = c >= '0' && c <= '9';
+    if (digits > 0 && (!digit || digits == 4)) {
+      values.push_back(static_cast<unsigned char>(value));
+      value = 0;
+      digits = 0;
+    }
+    if (digit) {
+      value = value * 10 + static_cast<unsigned>(c - '0');
+      ++digits;
+    } else if (c != ' ' && c != '\t' && c != '\n') {
+      return;
+    }
+  }
+  if (digits > 0) values.push_back(static_cast<unsigned char>(value));
+}
+
 template <Mode MODE>
 Outcome parse(const Job& job) {
   const std::string text = contentOf(job.path);
@@ -213,19 +246,7 @@ Outcome parse(const Job& job) {
   const Stopwatch watch;
   for (int64_t i = 0; i < job.count; ++i) {
     values.clear();
-    unsigned value = 0;
-    int digits = 0;
-    for (const char c : text) {
-      if (c >= '0' && c <= '9') {
-        value = value * 10 + static_cast<unsigned>(c - '0');
-        ++digits;
-      } else if (digits > 0) {
-        values.push_back(static_cast<unsigned char>(value));
-        value = 0;
-        digits = 0;
-      }
-    }
-    if (digits > 0) values.push_back(static_cast<unsigned char>(value));
+    readValues(TextReader(text), values);
     touch(values.data());
   }
   const int64_t elapsed = watch.elapsed();
