@@ -5,6 +5,7 @@ import pty
 import re
 import subprocess
 import tempfile
+import threading
 
 CALL = re.compile(r"^ *\d+  (\w+)\(")
 MARK = re.compile(r"^(begin|end) (\w+)$")
@@ -28,11 +29,23 @@ def calls_by_action(trace):
 
 
 def on_terminal(command, typed, options):
+    """What is typed before the line editor sets its terminal up may be lost; it is typed again then,
+    and what nobody asks for any more does no harm."""
     master, terminal = pty.openpty()
-    try:
+    ended = threading.Event()
+
+    def keep_typing():
         os.write(master, typed)
+        while not ended.wait(3):
+            os.write(master, typed)
+
+    typist = threading.Thread(target=keep_typing)
+    typist.start()
+    try:
         return subprocess.run(command, stdin=terminal, **options)
     finally:
+        ended.set()
+        typist.join()
         os.close(terminal)
         os.close(master)
 
