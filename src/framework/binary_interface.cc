@@ -13,7 +13,9 @@
 namespace kvf {
 
 static_assert(sizeof(void*) == 8 && sizeof(long) == 8, "the module needs a machine of 64 bits");
-static_assert(sizeof(int) == 4 && sizeof(off_t) == 8 && sizeof(z_off_t) == 8);
+static_assert(sizeof(int) == 4);
+static_assert(sizeof(off_t) == 8);
+static_assert(sizeof(z_off_t) == 8);
 static_assert(sizeof(intptr_t) == 8 && sizeof(size_t) == 8 && sizeof(ssize_t) == 8);
 static_assert(sizeof(HostFileKindEType) == 4 && sizeof(VerParamEType) == 4);
 static_assert(sizeof(VerResultEType) == 4 && sizeof(SysErrorCategEType) == 4);

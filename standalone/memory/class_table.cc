@@ -60,7 +60,7 @@ constinit FixedSlots fixedSlots = [] {
 
 std::span<const ClassInfo> allClasses() { return CLASSES; }
 
-constexpr std::array<const ClassInfo*, CLASS_NUMBERS> classesByNumber = [] {
+constexpr std::array<const ClassInfo*, CLASS_NUMBERS> CLASSES_BY_NUMBER = [] {
   std::array<const ClassInfo*, CLASS_NUMBERS> result{};
   for (const ClassInfo& info : CLASSES) result.at(slotNumberOf(info.id)) = &info;
   return result;
@@ -75,8 +75,8 @@ bool inheritsFrom(const ClassInfo& cls, OopType ancestor) {
 
 Slot* fixedSlot(uint64_t number) {
   if (number == slotNumberOf(OOP_ERROR_CATEGORY)) return &fixedSlots.back();
-  if (number >= CLASS_NUMBERS || classesByNumber[number] == nullptr) return nullptr;
-  return &fixedSlots[static_cast<size_t>(classesByNumber[number] - CLASSES.data())];
+  if (number >= CLASS_NUMBERS || CLASSES_BY_NUMBER[number] == nullptr) return nullptr;
+  return &fixedSlots[static_cast<size_t>(CLASSES_BY_NUMBER[number] - CLASSES.data())];
 }
 
 }  // namespace kvhost::memory

@@ -38,18 +38,18 @@ std::span<const ClassInfo> allClasses();
 
 // The classes by the number of their slot, and null between them, so that a look-up is one load.
 inline constexpr uint64_t CLASS_NUMBERS = slotNumberOf(CLASS_KV_FILE) + 1;
-extern const std::array<const ClassInfo*, CLASS_NUMBERS> classesByNumber;
+extern const std::array<const ClassInfo*, CLASS_NUMBERS> CLASSES_BY_NUMBER;
 
 // The class with this identifier, or null.
 inline const ClassInfo* findClass(OopType id) {
   const uint64_t number = slotNumberOf(id);
-  return hasSlotTag(id) && number < CLASS_NUMBERS ? classesByNumber[number] : nullptr;
+  return hasSlotTag(id) && number < CLASS_NUMBERS ? CLASSES_BY_NUMBER[number] : nullptr;
 }
 
 // The class whose slot number is `number`; it must be one.
 inline const ClassInfo& classOfNumber(uint32_t number) {
-  KVHOST_ASSERT(number < CLASS_NUMBERS && classesByNumber[number] != nullptr);
-  return *classesByNumber[number];
+  KVHOST_ASSERT(number < CLASS_NUMBERS && CLASSES_BY_NUMBER[number] != nullptr);
+  return *CLASSES_BY_NUMBER[number];
 }
 
 // True when `cls` is `ancestor` or inherits from it.
