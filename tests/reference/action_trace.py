@@ -50,6 +50,16 @@ def on_terminal(command, typed, options):
         os.close(master)
 
 
+def on_terminal_at_last(command, typed, options):
+    """A run that hangs over typed text that was lost is begun anew."""
+    for _ in range(9):
+        try:
+            return on_terminal(command, typed, {**options, "timeout": 20})
+        except subprocess.TimeoutExpired:
+            continue
+    return on_terminal(command, typed, options)
+
+
 def trace_of(program, case):
     """Runs the case in a fresh directory."""
     with tempfile.TemporaryDirectory() as folder:
@@ -60,5 +70,5 @@ def trace_of(program, case):
         if case.typed is None:
             result = subprocess.run(command, input=case.stdin, **options)
         else:
-            result = on_terminal(command, case.typed, options)
+            result = on_terminal_at_last(command, case.typed, options)
     return result.stderr.decode("utf-8", "replace")
