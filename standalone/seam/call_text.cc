@@ -174,17 +174,17 @@ void appendWord(std::string* out, char kind, Word word, Word next) {
   }
 }
 
-std::string argumentsText(std::string_view kinds, const Word* words) {
-  std::string text;
+std::vector<std::string> argumentTexts(std::string_view kinds, const Word* words) {
+  std::vector<std::string> texts(kinds.size());
   for (size_t i = 0; i < kinds.size(); i++) {
-    if (i > 0) text += ", ";
-    appendWord(&text, kinds[i], words[i], i + 1 < kinds.size() ? words[i + 1] : Word{});
+    appendWord(&texts[i], kinds[i], words[i], i + 1 < kinds.size() ? words[i + 1] : Word{});
   }
-  return text;
+  return texts;
 }
 
 std::string formatCall(const Call& call, bool withTime) {
-  std::string line = fmt::format("{:4}  {}({})", call.number, call.name, call.arguments);
+  std::string line =
+      fmt::format("{:4}  {}({})", call.number, call.name, fmt::join(call.arguments, ", "));
   if (!call.result.empty()) line += " = " + call.result;
   if (call.errnoAfter != 0) {
     const char* name = strerrorname_np(call.errnoAfter);

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <vector>
 
 namespace seam {
 
@@ -37,7 +38,7 @@ Word toWord(T value) {
 // `next` is the argument that follows it, or any for the last one.
 void appendWord(std::string* out, char kind, Word word, Word next);
 
-// All arguments, one kind each, with a comma and a blank between them.
-std::string argumentsText(std::string_view kinds, const Word* words);
+// All arguments, one kind each.
+std::vector<std::string> argumentTexts(std::string_view kinds, const Word* words);
 
 }  // namespace seam

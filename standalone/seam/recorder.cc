@@ -162,7 +162,7 @@ void openCall(State& s, const FunctionInfo& function, const Word* arguments, Tic
   open.call.number = s.lastNumber;
   if (s.recording || s.listener) {
     open.call.name = function.name;
-    open.call.arguments = argumentsText(function.argumentKinds, arguments);
+    open.call.arguments = argumentTexts(function.argumentKinds, arguments);
   }
   if (s.recording) s.calls.push_back(open.call);
   s.open.push_back(std::move(open));
@@ -278,7 +278,7 @@ void setListener(std::function<void(const Call&)> listener) {
 void addFault(const Fault& fault) {
   State& s = state();
   if (s.faults.empty()) s.fired = 0;
-  s.faults.push_back({fault, 0});
+  s.faults.push_back({fault, 0, 0});
   updateActive(s);
 }
 

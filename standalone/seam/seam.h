@@ -18,9 +18,9 @@ namespace seam {
 
 // One call that the module made.
 struct Call {
-  int64_t number = 0;       // from 1, since start() or clear()
-  std::string name;         // "lseek"
-  std::string arguments;    // "7, 0, SEEK_CUR"; texts quoted and cut, pointers as "ptr" or "null"
+  int64_t number = 0;                  // from 1, since start() or clear()
+  std::string name;                    // "lseek"
+  std::vector<std::string> arguments;  // "7", "SEEK_CUR"; texts quoted and cut; "ptr" or "null"
   std::string result;       // "4096", "null", "nil"; empty where there is none; "jumped" where the
                             // call did not come back
   int errnoAfter = 0;       // 0 unless the result tells of a failure

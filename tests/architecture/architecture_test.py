@@ -6,11 +6,11 @@ import os
 import re
 import subprocess
 import sys
-import tempfile
 import unittest
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).parents[1]))
+from support.scratch import ScratchFolder  # noqa: E402
 from support.tree import PUBLIC, action_names, actions, c_functions, passive_actions  # noqa: E402
 
 SOURCE = Path(os.environ["KVF_SOURCE_DIR"])
@@ -273,7 +273,7 @@ class Headers(unittest.TestCase):
             self.assertTrue(guard[1] is None or guard[1].startswith("KVFILE_"), header)
 
     def compile(self, header, compiler, language, standard):
-        with tempfile.TemporaryDirectory() as folder:
+        with ScratchFolder() as folder:
             suffix = ".c" if language == "c" else ".cc"
             probe = Path(folder) / f"probe{suffix}"
             probe.write_text(f'#include <{header}>\n')

@@ -100,7 +100,7 @@ TEST_F(LineEnds, ReadsOfEveryShortnessThatHoldsASequence) {
       for (size_t gap = 0; gap <= 18; ++gap) text += std::string(gap, '.') + eol;
       KvFileDataSType* record = openPlainWith(text, "r");
       seam::clearFaults();
-      seam::addFault({"HostReadFile_", 1, true, seam::Fault::Kind::Short, atMost});
+      fault("HostReadFile_:1+:short=" + std::to_string(atMost));
       SCOPED_TRACE(atMost);
       expectLines(record, text, eol);
     }
@@ -109,7 +109,7 @@ TEST_F(LineEnds, ReadsOfEveryShortnessThatHoldsASequence) {
 
 TEST_F(LineEnds, AReadThatBringsOnlyAPieceOfASequenceEndsTheScan) {
   KvFileDataSType* record = openPlainWith("\r\nab\r\n", "r");
-  seam::addFault({"HostReadFile_", 1, true, seam::Fault::Kind::Short, 1});
+  fault("HostReadFile_:1+:short=1");
   EXPECT_EQ(nextLine(record, "\r\n"), "") << "one read a scan, and it brought nothing certain";
   EXPECT_EQ(nextLine(record, "\r\n"), "\r\n");
   EXPECT_EQ(nextLine(record, "\r\n"), "ab");
@@ -160,7 +160,7 @@ TEST_F(LineEnds, RandomTextsAndSequencesFromOneAlphabet) {
     KvFileDataSType* record = openPlainWith(text, "r");
     seam::clearFaults();
     const auto atMost = static_cast<int64_t>(eol.size() + random() % 12);
-    if (random() % 2) seam::addFault({"HostReadFile_", 1, true, seam::Fault::Kind::Short, atMost});
+    if (random() % 2) fault("HostReadFile_:1+:short=" + std::to_string(atMost));
     expectLines(record, text, eol);
     if (HasFatalFailure()) return;
   }

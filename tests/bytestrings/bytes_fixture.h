@@ -7,8 +7,6 @@
 #include "support/module_fixture.h"
 #include "support/returning_raise.h"
 
-#include <zlib.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -159,11 +157,7 @@ class BytesTest : public ModuleTest {
 
   OopType openText(std::string_view text, bool compressed = false) {
     if (compressed) {
-      const gzFile out = gzopen("text.gz", "wb");
-      EXPECT_NE(out, nullptr);
-      EXPECT_EQ(gzwrite(out, text.data(), static_cast<unsigned>(text.size())),
-                static_cast<int>(text.size()));
-      EXPECT_EQ(gzclose(out), Z_OK);
+      writeGzip("text.gz", text);
       return openFile("text.gz", "r", true);
     }
     writeFile("text", text);
@@ -186,16 +180,6 @@ class BytesTest : public ModuleTest {
     return {code, text == OOP_NIL ? "" : bytes(text)};
   }
 
-  static void raiseIn(const char* function, int64_t number, int64_t at = 1) {
-    seam::addFault({function, at, false, seam::Fault::Kind::Raise, number});
-  }
-
-  // How many of the calls are of this name.
-  static int64_t countOf(const std::vector<seam::Call>& calls, std::string_view name) {
-    return std::count_if(calls.begin(), calls.end(),
-                         [name](const seam::Call& call) { return call.name == name; });
-  }
-
   // Every registered error-jump frame was removed, and before anything was raised.
   static void expectFramesPopped(const std::vector<seam::Call>& calls, int64_t frames = 1) {
     EXPECT_EQ(countOf(calls, "KciPushErrJump"), frames);
@@ -210,26 +194,21 @@ class BytesTest : public ModuleTest {
     EXPECT_EQ(depth, 0);
   }
 
-  // First index and count of each store, in order: the third and the last argument.
+  // First index and count of each store and of each fetch of bytes, in order.
   static std::vector<std::pair<int64_t, int64_t>> storesIn(const std::vector<seam::Call>& calls) {
-    return rangesIn(calls, "KciStoreBytesInstanceOf", 2);
+    return rangesIn(callsOf(calls, "KciStoreBytesInstanceOf"), 2);
   }
-  // First index and count of each fetch of bytes.
   static std::vector<std::pair<int64_t, int64_t>> fetchesIn(const std::vector<seam::Call>& calls) {
-    return rangesIn(calls, "KciFetchBytes_", 1);
+    return rangesIn(callsOf(calls, "KciFetchBytes_"), 1);
   }
 
  private:
+  // From the argument at `first` and the last one.
   static std::vector<std::pair<int64_t, int64_t>> rangesIn(const std::vector<seam::Call>& calls,
-                                                           std::string_view name, int commas) {
+                                                           size_t first) {
     std::vector<std::pair<int64_t, int64_t>> ranges;
-    for (const seam::Call& made : calls) {
-      if (made.name != name) continue;
-      size_t at = 0;
-      for (int i = 0; i < commas; ++i) at = made.arguments.find(',', at) + 1;
-      ranges.emplace_back(std::stoll(made.arguments.substr(at)),
-                          std::stoll(made.arguments.substr(made.arguments.rfind(',') + 1)));
-    }
+    for (const seam::Call& made : calls)
+      ranges.emplace_back(std::stoll(argumentOf(made, first)), std::stoll(lastArgumentOf(made)));
     return ranges;
   }
 };

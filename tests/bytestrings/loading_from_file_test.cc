@@ -158,11 +158,10 @@ TEST_F(LoadFile, StoresOnceFor2048Values) {
 TEST_F(LoadFile, StoresWithoutAClass) {
   const OopType file = openText("1");
   const auto calls = callsDuring([&] { loadFile(file, emptyTarget(), 1); });
-  const auto store = std::find_if(calls.begin(), calls.end(), [](const seam::Call& made) {
-    return made.name == "KciStoreBytesInstanceOf";
-  });
-  ASSERT_NE(store, calls.end());
-  EXPECT_TRUE(store->arguments.starts_with("nil, oop:")) << store->arguments;
+  const auto stores = callsOf(calls, "KciStoreBytesInstanceOf");
+  ASSERT_FALSE(stores.empty());
+  EXPECT_EQ(argumentOf(stores[0], 0), "nil");
+  EXPECT_TRUE(argumentOf(stores[0], 1).starts_with("oop:"));
 }
 
 // ---- the record ----
@@ -176,7 +175,7 @@ TEST_F(LoadFile, ReadsOneByteAtATime) {
   EXPECT_EQ(countOf(plainCalls, "HostReadFile_"), model.reads);
   for (const seam::Call& made : plainCalls) {
     if (made.name == "HostReadFile_") {
-      EXPECT_TRUE(made.arguments.ends_with(", 1"));
+      EXPECT_EQ(lastArgumentOf(made), "1");
     }
   }
   const OopType compressed = openText(text, true);
@@ -214,9 +213,9 @@ TEST_F(LoadFile, LeavesTheEndOfTheFileWithoutAnError) {
 
 TEST_F(LoadFile, WithAnErrorPendingInTheRecordReadsNothing) {
   const OopType file = openText("65 66");
-  seam::addFault({"HostReadFile_", 1, false, seam::Fault::Kind::Error, EIO});
+  fault("HostReadFile_:1:EIO");
   EXPECT_EQ(call("KvfGetC", {file}), OOP_NIL);
-  seam::clearFaults();
+  clearFaults();
   const auto calls =
       callsDuring([&] { EXPECT_EQ(loadFile(file, emptyTarget(), LOTS), smallInt(0)); });
   EXPECT_EQ(countOf(calls, "HostReadFile_"), 0);
@@ -234,9 +233,9 @@ TEST_F(LoadFile, AReadErrorEndsTheParseAndStaysInTheRecord) {
        std::vector<Row>{{1, ""}, {2, "\x06"}, {3, "A"}, {4, "A"}, {5, "A\x06"}}) {
     const OopType file = openText("65 6");
     const OopType target = emptyTarget();
-    seam::addFault({"HostReadFile_", failingRead, false, seam::Fault::Kind::Error, EIO});
+    fault("HostReadFile_:" + std::to_string(failingRead) + ":EIO");
     EXPECT_EQ(loadFile(file, target, LOTS), smallInt(static_cast<int64>(stored.size())));
-    seam::clearFaults();
+    clearFaults();
     EXPECT_EQ(bytes(target), stored) << failingRead;
     ErrMsgStrType text;
     HostStrerror(EIO, text, sizeof text);
@@ -247,7 +246,7 @@ TEST_F(LoadFile, AReadErrorEndsTheParseAndStaysInTheRecord) {
 TEST_F(LoadFile, AnInterruptedReadEndsTheParse) {
   const OopType file = openText("65 66 67");
   const OopType target = emptyTarget();
-  seam::addFault({"HostReadFile_", 5, false, seam::Fault::Kind::Interrupt, 0});
+  fault("HostReadFile_:5:interrupt");
   EXPECT_EQ(loadFile(file, target, LOTS), smallInt(2));
   EXPECT_EQ(bytes(target), "A\x06");
 }
@@ -257,17 +256,17 @@ TEST_F(LoadFile, ALateReadErrorKeepsWholeAndPartBuffers) {
   const OopType file = openText(modelPrint(data));
   const OopType target = emptyTarget();
   // Three reads a value on a line of 1024: the second line begins after 3073 characters.
-  seam::addFault({"HostReadFile_", 3 * 2500 + 2 + 1, false, seam::Fault::Kind::Error, EIO});
+  fault("HostReadFile_:" + std::to_string(3 * 2500 + 2 + 1) + ":EIO");
   EXPECT_EQ(loadFile(file, target, LOTS), smallInt(2500));
   EXPECT_EQ(bytes(target), data.substr(0, 2500));
 }
 
 TEST_F(LoadFile, AReadThatZlibRefusesEndsTheParseWithoutAnError) {
   const OopType file = openText("65 66 67", true);
-  seam::addFault({"gzgetc", 5, false, seam::Fault::Kind::Error, EIO});
+  fault("gzgetc:5:EIO");
   const OopType target = emptyTarget();
   EXPECT_EQ(loadFile(file, target, LOTS), smallInt(2));
-  seam::clearFaults();
+  clearFaults();
   EXPECT_EQ(bytes(target), "A\x06");
   EXPECT_EQ(call("KvfErrorCode", {file}), smallInt(0));
   EXPECT_EQ(call("KvfErrorString", {file}), OOP_NIL);
@@ -314,9 +313,9 @@ TEST_F(LoadFile, OfAnUnknownFileObjectRaises) {
 
 TEST_F(LoadFile, AnErrorOfTheInterfaceIsPostedInTheRecord) {
   const OopType file = openText("1 2 3");
-  raiseIn("KciStoreBytesInstanceOf", 2101);
+  fault("KciStoreBytesInstanceOf:1:raise=2101");
   const auto calls = callsDuring([&] { EXPECT_EQ(loadFile(file, emptyTarget(), 3), OOP_NIL); });
-  seam::clearFaults();
+  clearFaults();
   expectFramesPopped(calls);
   EXPECT_EQ(
       takeRecordError(file),
@@ -347,9 +346,9 @@ TEST_F(LoadFile, ALaterStoreThatFailsKeepsTheEarlierOnes) {
   const std::string data(5000, 'A');
   const OopType file = openText(modelPrint(data));
   const OopType target = emptyTarget();
-  raiseIn("KciStoreBytesInstanceOf", 2101, 3);
+  fault("KciStoreBytesInstanceOf:3:raise=2101");
   const auto calls = callsDuring([&] { EXPECT_EQ(loadFile(file, target, LOTS), OOP_NIL); });
-  seam::clearFaults();
+  clearFaults();
   expectFramesPopped(calls);
   EXPECT_EQ(bytes(target), data.substr(0, 4096));
   EXPECT_EQ(takeRecordError(file).first, 2101);
@@ -357,18 +356,18 @@ TEST_F(LoadFile, ALaterStoreThatFailsKeepsTheEarlierOnes) {
 
 TEST_F(LoadFile, AnErrorThatIsNotReportedLeavesNoText) {
   const OopType file = openText("1 2 3");
-  raiseIn("KciStoreBytesInstanceOf", 2101);
-  seam::addFault({"KciErr", 1, false, seam::Fault::Kind::Result, 0});
+  fault("KciStoreBytesInstanceOf:1:raise=2101");
+  fault("KciErr:1:result=0");
   expectUnasked(2101, "KvfLoadByteStrings", {file, emptyTarget(), smallInt(3)});
-  seam::clearFaults();
+  clearFaults();
   EXPECT_EQ(takeRecordError(file), (std::pair<int64, std::string>{0, ""}));
 }
 
 TEST_F(LoadFile, TheCompressedRecordTakesAnErrorOfTheInterfaceToo) {
   const OopType file = openText("1 2 3", true);
-  raiseIn("KciStoreBytesInstanceOf", 2101);
+  fault("KciStoreBytesInstanceOf:1:raise=2101");
   EXPECT_EQ(loadFile(file, emptyTarget(), 3), OOP_NIL);
-  seam::clearFaults();
+  clearFaults();
   EXPECT_EQ(takeRecordError(file).first, 2101);
 }
 

@@ -298,7 +298,7 @@ TEST_F(LoadObject, FromIndexZeroOfALongSourceMeetsAByteTwice) {
 // ---- failures ----
 
 TEST_F(LoadObject, BytesThatAFetchLeftOutAreZero) {
-  seam::addFault({"KciFetchBytes_", 1, false, seam::Fault::Kind::Result, 0});
+  fault("KciFetchBytes_:1:result=0");
   const Loaded loaded = load("1 2 3");
   EXPECT_EQ(loaded.answer, smallInt(2));
   EXPECT_EQ(loaded.stored, "");
@@ -308,7 +308,7 @@ TEST_F(LoadObject, BytesThatALaterFetchLeftOutAreThoseFetchedBefore) {
   std::string text;
   while (text.size() < 4096) text += "1 ";
   while (text.size() < 2 * 4096) text += "2 ";
-  seam::addFault({"KciFetchBytes_", 2, false, seam::Fault::Kind::Result, 0});
+  fault("KciFetchBytes_:2:result=0");
   const Loaded loaded = load(text);
   EXPECT_EQ(loaded.answer, smallInt(2 * 4096 + 1));
   EXPECT_EQ(loaded.stored, std::string(4096, '\1'));
@@ -324,12 +324,12 @@ TEST_F(LoadObject, AnyErrorOfTheInterfaceIsNil) {
                                                     {"KciFetchBytes_", 3},
                                                     {"KciStoreBytesInstanceOf", 1},
                                                     {"KciStoreBytesInstanceOf", 3}}) {
-    raiseIn(function, 2101, at);
+    fault(std::string(function) + ":" + std::to_string(at) + ":raise=2101");
     OopType answer = OOP_TRUE;
     const auto calls = callsDuring([&] { answer = loadObject(emptyTarget(), LOTS, source, 1); });
     EXPECT_EQ(answer, OOP_NIL) << function << at;
     EXPECT_EQ(seam::faultsFired(), 1) << function << at;
-    seam::clearFaults();
+    clearFaults();
     expectFramesPopped(calls);
     KciErrSType pending;
     EXPECT_FALSE(KciErr(&pending)) << function << at;

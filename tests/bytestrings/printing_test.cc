@@ -69,16 +69,15 @@ TEST_F(Printing, OfNothingFetchesNothing) {
 
 TEST_F(Printing, StoresIntoTheResultWithoutAClass) {
   const auto calls = callsDuring([&] { print(str(std::string(1025, 'a'))); });
-  const auto store = std::find_if(calls.begin(), calls.end(), [](const seam::Call& made) {
-    return made.name == "KciStoreBytesInstanceOf";
-  });
-  ASSERT_NE(store, calls.end());
-  EXPECT_TRUE(store->arguments.starts_with("nil, oop:")) << store->arguments;
+  const auto stores = callsOf(calls, "KciStoreBytesInstanceOf");
+  ASSERT_FALSE(stores.empty());
+  EXPECT_EQ(argumentOf(stores[0], 0), "nil");
+  EXPECT_TRUE(argumentOf(stores[0], 1).starts_with("oop:"));
 }
 
 TEST_F(Printing, LineWhoseFetchAnswersNothingIsALineFeed) {
   const OopType object = str(std::string(2049, 'a'));
-  seam::addFault({"KciFetchBytes_", 2, false, seam::Fault::Kind::Result, 0});
+  fault("KciFetchBytes_:2:result=0");
   const std::string line = modelPrint(std::string(1024, 'a'));
   EXPECT_EQ(bytes(print(object)), line + "\n" + "97 \n");
 }
@@ -100,10 +99,10 @@ TEST_F(Printing, AnyErrorOfTheInterfaceIsNil) {
                                                     {"KciNewByteObj", 1},
                                                     {"KciStoreBytesInstanceOf", 1},
                                                     {"KciStoreBytesInstanceOf", 2}}) {
-    raiseIn(function, 2101, at);
+    fault(std::string(function) + ":" + std::to_string(at) + ":raise=2101");
     const auto calls = callsDuring([&] { EXPECT_EQ(print(object), OOP_NIL); });
     EXPECT_EQ(seam::faultsFired(), 1) << function << at;
-    seam::clearFaults();
+    clearFaults();
     expectFramesPopped(calls);
     KciErrSType pending;
     EXPECT_FALSE(KciErr(&pending)) << function << at;

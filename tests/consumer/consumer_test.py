@@ -6,9 +6,12 @@ import json
 import os
 import re
 import subprocess
-import tempfile
+import sys
 import unittest
 from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).parents[1]))
+from support.scratch import ScratchFolder  # noqa: E402
 
 SOURCE = Path(os.environ["KVF_SOURCE_DIR"])
 BINARY = Path(os.environ["KVF_BINARY_DIR"])
@@ -25,7 +28,7 @@ class Project(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        scratch = tempfile.TemporaryDirectory(prefix="kvfile-consumer-")
+        scratch = ScratchFolder()
         cls.addClassCleanup(scratch.cleanup)
         cls.folder = Path(scratch.name)
 

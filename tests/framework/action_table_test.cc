@@ -87,33 +87,34 @@ class ActionTable : public ModuleTest {
     classErrorCode = 77;
   }
   void TearDown() override {
-    seam::clearFaults();
+    clearFaults();
     kvhost::forgetDeclaredActions();
     EXPECT_TRUE(KvfUserActionInit());
     EXPECT_TRUE(KvfPassiveObjActionInit());
     ModuleTest::TearDown();
   }
 
-  // The declarations of one initialisation, in the form that the seam shows.
-  static std::vector<std::string> expectedDeclarations(const std::vector<Row>& rows) {
-    std::vector<std::string> declarations;
+  // The arguments of each declaration of one initialisation, as the seam shows them.
+  using Declarations = std::vector<std::vector<std::string>>;
+
+  static Declarations expectedDeclarations(const std::vector<Row>& rows) {
+    Declarations declarations;
     for (const Row& row : rows)
-      declarations.push_back("\"" + std::string(row.name) + "\", ptr, " +
-                             std::to_string(row.argumentCount) + ", 6, 1");
+      declarations.push_back(
+          {'"' + std::string(row.name) + '"', "ptr", std::to_string(row.argumentCount), "6", "1"});
     return declarations;
   }
 
   template <typename Init>
-  std::vector<std::string> declarationsOf(Init init, BoolType* answer) {
-    std::vector<std::string> declarations;
+  Declarations declarationsOf(Init init, BoolType* answer) {
+    Declarations declarations;
     for (const seam::Call& each : callsDuring([&] { *answer = init(); }))
       if (each.name == "KciDeclareAction") declarations.push_back(each.arguments);
     return declarations;
   }
 
   static void failDeclaration(size_t at) {
-    seam::addFault(
-        {"KciDeclareAction", static_cast<int64_t>(at), false, seam::Fault::Kind::Error, 0});
+    fault("KciDeclareAction:" + std::to_string(at) + ":result=0");
   }
 
   static void expectClassErrorCleared() {
@@ -175,7 +176,7 @@ TEST_F(ActionTable, OneFailedDeclarationDoesNotStopTheOthers) {
     kvhost::forgetDeclaredActions();
     classErrorCode = 77;
     storeClassErrorString("pending");
-    seam::clearFaults();
+    clearFaults();
     failDeclaration(failing);
     EXPECT_EQ(declarationsOf(KvfUserActionInit, &answer_), everything);
     EXPECT_EQ(answer_, FALSE) << failing;
@@ -187,7 +188,7 @@ TEST_F(ActionTable, OneFailedDeclarationDoesNotStopTheOthers) {
 TEST_F(ActionTable, AFailedPassiveDeclarationDoesNotStopTheOther) {
   for (size_t failing = 1; failing <= PASSIVE_ACTIONS.size(); ++failing) {
     kvhost::forgetDeclaredActions();
-    seam::clearFaults();
+    clearFaults();
     failDeclaration(failing);
     EXPECT_EQ(declarationsOf(KvfPassiveObjActionInit, &answer_),
               expectedDeclarations(PASSIVE_ACTIONS));
@@ -207,11 +208,11 @@ TEST_F(ActionTable, DeclaringTwiceFailsAndStillClearsTheClassError) {
 }
 
 TEST_F(ActionTable, AnyNonZeroResultCountsAsDeclared) {
-  seam::addFault({"KciDeclareAction", 1, true, seam::Fault::Kind::Result, 2});
+  fault("KciDeclareAction:1+:result=2");
   EXPECT_EQ(KvfUserActionInit(), TRUE);
   EXPECT_EQ(KvfPassiveObjActionInit(), TRUE);
-  seam::clearFaults();
-  seam::addFault({"KciDeclareAction", 2, false, seam::Fault::Kind::Result, 4});
+  clearFaults();
+  fault("KciDeclareAction:2:result=4");
   EXPECT_EQ(KvfUserActionInit(), TRUE) << "1 and 4 have no bit in common";
 }
 

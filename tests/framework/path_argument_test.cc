@@ -4,6 +4,8 @@
 #include "support/module_fixture.h"
 #include "support/returning_raise.h"
 
+#include <gmock/gmock.h>
+
 #include <cstring>
 
 namespace kvtest {
@@ -58,7 +60,7 @@ class PathArgument : public ModuleTest {
     std::vector<std::string> raises;
     letRaisesReturn(1000);
     for (const seam::Call& each : callsDuring([&] { fetch(object); }))
-      if (each.name == "KciRaiseException") raises.push_back(each.arguments);
+      if (each.name == "KciRaiseException") raises.push_back(argumentOf(each, 0));
     letRaisesReturn(0);
     return raises;
   }
@@ -128,7 +130,7 @@ TEST_F(PathArgument, AnObjectThatIsNoTextRaisesTheInterfacesOwnError) {
 }
 
 TEST_F(PathArgument, AFailedFetchRaisesTheInterfacesError) {
-  seam::addFault({"KciFetchUtf8Bytes_", 1, false, seam::Fault::Kind::Raise, 2345});
+  fault("KciFetchUtf8Bytes_:1:raise=2345");
   const kvhost::Outcome outcome = fetch(str("file"));
   ASSERT_EQ(outcome.status, kvhost::CallStatus::Raised);
   EXPECT_EQ(outcome.error.number, 2345);
@@ -136,8 +138,8 @@ TEST_F(PathArgument, AFailedFetchRaisesTheInterfacesError) {
 
 TEST_F(PathArgument, AFetchThatFailsWithoutAnErrorRaisesTheFreshRecord) {
   for (const int64_t count : {0, -1, -4096}) {
-    seam::clearFaults();
-    seam::addFault({"KciFetchUtf8Bytes_", 1, false, seam::Fault::Kind::Result, count});
+    clearFaults();
+    fault("KciFetchUtf8Bytes_:1:result=" + std::to_string(count));
     const kvhost::Outcome outcome = fetch(str("file"));
     ASSERT_EQ(outcome.status, kvhost::CallStatus::Raised) << count;
     EXPECT_EQ(outcome.error.number, 0);
@@ -147,11 +149,10 @@ TEST_F(PathArgument, AFetchThatFailsWithoutAnErrorRaisesTheFreshRecord) {
 
 TEST_F(PathArgument, AsksForOneByteMoreThanItAccepts) {
   const OopType path = str("file");
-  std::vector<std::string> fetches;
-  for (const seam::Call& each : callsDuring([&] { fetch(path); }))
-    if (each.name == "KciFetchUtf8Bytes_") fetches.push_back(each.arguments);
+  const auto fetches = callsOf(callsDuring([&] { fetch(path); }), "KciFetchUtf8Bytes_");
   ASSERT_EQ(fetches.size(), 1U);
-  EXPECT_TRUE(fetches[0].ends_with(", 1, ptr, 4096, ptr, 0")) << fetches[0];
+  EXPECT_THAT(fetches[0].arguments,
+              ::testing::ElementsAre(::testing::_, "1", "ptr", "4096", "ptr", "0"));
 }
 
 TEST_F(PathArgument, AConvertedTextIsReleased) {
@@ -165,8 +166,9 @@ TEST_F(PathArgument, AConvertedTextIsReleased) {
 
 TEST_F(PathArgument, ATextThatWasNotConvertedIsNotReleased) {
   for (const OopType text : {str("plain"), str("\xE4\xF6"), kvhost::newUtf8("gr\xC3\xBC")}) {
-    for (const seam::Call& each : callsDuring([&] { fetch(text); }))
-      EXPECT_NE(each.name, "KciReleaseOops");
+    const auto calls = callsDuring([&] { fetch(text); });
+    EXPECT_EQ(countOf(calls, "KciFetchUtf8Bytes_"), 1);
+    EXPECT_EQ(countOf(calls, "KciReleaseOops"), 0);
   }
 }
 
@@ -197,8 +199,8 @@ TEST_F(PathArgument, ShouldTheRaiseComeBackAUtf16PathIsFetchedAsItsBytes) {
   EXPECT_EQ(raisesOf(kvhost::newUtf16(std::u16string(2047, u'x'))), tooLong);
   EXPECT_EQ(fetched_.answer, FALSE);
   for (const int64_t count : {3, -1, -2, 4095}) {
-    seam::clearFaults();
-    seam::addFault({"KciFetchBytes_", 1, false, seam::Fault::Kind::Result, count});
+    clearFaults();
+    fault("KciFetchBytes_:1:result=" + std::to_string(count));
     EXPECT_EQ(raisesOf(kvhost::newUtf16(u"abc")), tooLong) << count;
     EXPECT_EQ(fetched_.answer, FALSE);
   }

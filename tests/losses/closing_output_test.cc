@@ -99,9 +99,9 @@ TEST_F(ClosingOutput, TheAnswerIsThatOfTheNewlineEvenWhereTheFlushFails) {
   writtenTo(STDOUT_FILENO, [&] {
     file = standardOutput();
     write(file, "abc");
-    fault("fflush", FaultKind::Error, EIO);
+    fault("fflush:1:EIO");
     answer = call("KvfClose", {file});
-    seam::clearFaults();
+    clearFaults();
   });
   EXPECT_EQ(answer, OOP_NIL);
   EXPECT_EQ(call("KvfIsOpen", {file}), OOP_FALSE);
@@ -113,9 +113,9 @@ TEST_F(ClosingOutput, ANewlineThatCouldNotBeWrittenAnswersTheFile) {
   writtenTo(STDOUT_FILENO, [&] {
     file = standardOutput();
     write(file, "abc");
-    fault("fwrite", FaultKind::Error, EIO);
+    fault("fwrite:1:EIO");
     answer = call("KvfClose", {file});
-    seam::clearFaults();
+    clearFaults();
   });
   EXPECT_EQ(answer, file);
 }

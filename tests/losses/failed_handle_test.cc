@@ -234,7 +234,7 @@ TEST_F(FailedHandle, ADamagedOneIsAskedAndThenCleared) {
 
 TEST_F(FailedHandle, AWriteThatZlibAnswersWith0LeavesNoCodeAndNoText) {
   const OopType file = openFile("out.gz", "w", true);
-  fault("gzwrite", FaultKind::Error, ENOSPC);
+  fault("gzwrite:1:ENOSPC");
   EXPECT_EQ(show(write(file, "abc")), "0");
   EXPECT_EQ(errorCode(file), "0");
   EXPECT_EQ(takeError(file), "nil");

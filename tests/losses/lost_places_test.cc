@@ -57,7 +57,7 @@ TEST_F(LostPlaces, ARefusedGzipSeekLeavesNoTrace) {
 
 TEST_F(LostPlaces, ARefusedGzipSeekClearsWhatWasTold) {
   const OopType file = openGzipWith("abc");
-  fault("KciStoreBytesInstanceOf", FaultKind::Raise, 2101);
+  fault("KciStoreBytesInstanceOf:1:raise=2101");
   EXPECT_EQ(read(file, str(""), 1, 3), OOP_NIL);
   EXPECT_EQ(errorCode(file), "2101");
   expectRefused(file, -1, 0);

@@ -11,25 +11,21 @@ class Registration : public OpenFileTest {
  protected:
   void TearDown() override {
     letRaisesReturn(0);
-    seam::clearFaults();
+    clearFaults();
     OpenFileTest::TearDown();
   }
 
-  // What can go wrong, by the spelling of faults. Each status of the map is one that it may answer.
+  // What can go wrong. Each status of the map is one that it may answer, and most are no errno.
   static std::vector<seam::Fault> wantsOfMemory() {
-    std::vector<seam::Fault> all = {{"UtlMalloc", 1, false, FaultKind::NoMemory, 0}};
+    std::vector<seam::Fault> all = {{"UtlMalloc", 1, false, seam::Fault::Kind::NoMemory, 0}};
     for (const int64_t status : {1, -1, 2, 12, 255, 256, INT_MAX, INT_MIN})
-      all.push_back({"KciOopMapEntryAdd", 1, false, FaultKind::Error, status});
+      all.push_back({"KciOopMapEntryAdd", 1, false, seam::Fault::Kind::Error, status});
     return all;
   }
   static std::string nameOf(const seam::Fault& each) {
     return each.function + " " + std::to_string(each.value);
   }
 
-  static int64_t countOf(const std::string& name, const std::vector<seam::Call>& calls) {
-    return std::count_if(calls.begin(), calls.end(),
-                         [&](const seam::Call& one) { return one.name == name; });
-  }
   static std::size_t indexOf(const std::string& name, const std::vector<seam::Call>& calls) {
     const auto names = namesOf(calls);
     return static_cast<std::size_t>(std::find(names.begin(), names.end(), name) - names.begin());
@@ -48,12 +44,12 @@ class Registration : public OpenFileTest {
       expectRaise(2208, {}, "KvfOpen", {file, path, mode, oopFromBool(compressed)});
     });
     EXPECT_EQ(seam::faultsFired(), 1) << nameOf(want);
-    seam::clearFaults();
+    clearFaults();
     EXPECT_EQ(openDescriptorCount(), before) << nameOf(want);
-    EXPECT_EQ(countOf(closing, calls), 1) << nameOf(want);
+    EXPECT_EQ(countOf(calls, closing), 1) << nameOf(want);
     EXPECT_LT(indexOf(closing, calls), indexOf("KciRaiseException", calls)) << nameOf(want);
     if (want.function != "UtlMalloc") {
-      EXPECT_EQ(countOf("UtlFree", calls), countOf("UtlMalloc", calls)) << nameOf(want);
+      EXPECT_EQ(countOf(calls, "UtlFree"), countOf(calls, "UtlMalloc")) << nameOf(want);
       EXPECT_LT(indexOf("UtlFree", calls), indexOf("KciRaiseException", calls)) << nameOf(want);
     }
     EXPECT_EQ(show(call("KvfFinalizeAll", {kvhost::CLASS_KV_FILE})), "0") << nameOf(want);
@@ -86,11 +82,11 @@ TEST_F(Registration, WithoutMemoryAStandardFileIsNotClosed) {
       const auto calls = callsDuring([&] {
         expectRaise(2208, {}, "KvfCreateStdFile", {file, smallInt(id)});
       });
-      seam::clearFaults();
-      EXPECT_EQ(countOf("fclose", calls), 0) << nameOf(want);
-      EXPECT_EQ(countOf("fwrite", calls), 0) << nameOf(want);
+      clearFaults();
+      EXPECT_EQ(countOf(calls, "fclose"), 0) << nameOf(want);
+      EXPECT_EQ(countOf(calls, "fwrite"), 0) << nameOf(want);
       if (want.function != "UtlMalloc") {
-        EXPECT_EQ(countOf("UtlFree", calls), countOf("UtlMalloc", calls)) << nameOf(want);
+        EXPECT_EQ(countOf(calls, "UtlFree"), countOf(calls, "UtlMalloc")) << nameOf(want);
       }
       EXPECT_GE(fcntl(static_cast<int>(id), F_GETFD), 0) << "descriptor " << id << " was closed";
       EXPECT_EQ(call("KvfCreateStdFile", {file, smallInt(id)}), smallInt(1)) << nameOf(want);
@@ -114,13 +110,13 @@ TEST_F(Registration, ShouldTheRaiseComeBackTheAnswerIsNil) {
       letRaisesReturn(1);
       EXPECT_EQ(call("KvfCreateStdFile", {kvhost::newKvFile(), smallInt(1)}), OOP_NIL)
           << nameOf(want);
-      seam::clearFaults();
+      clearFaults();
     }
   }
 }
 
 TEST_F(Registration, AFailureLeavesNothingInTheClassErrorSlot) {
-  seam::addFault({"KciOopMapEntryAdd", 1, false, FaultKind::Error, 12});
+  fault("KciOopMapEntryAdd:1:12");
   expectRaise(2208, {}, "KvfOpen", {kvhost::newKvFile(), str("file"), str("w"), OOP_FALSE});
   EXPECT_EQ(errorCode(OOP_NIL), "0");
   EXPECT_EQ(takeClassError(), "");
@@ -129,7 +125,7 @@ TEST_F(Registration, AFailureLeavesNothingInTheClassErrorSlot) {
 TEST_F(Registration, AnotherFileOfTheSessionStaysAsItIs) {
   const OopType other = openWith("other text", "r", "other");
   EXPECT_EQ(readBytes(other, 5), "other");
-  seam::addFault({"KciOopMapEntryAdd", 1, false, FaultKind::Error, 12});
+  fault("KciOopMapEntryAdd:1:12");
   expectRaise(2208, {}, "KvfOpen", {kvhost::newKvFile(), str("file"), str("w"), OOP_FALSE});
   EXPECT_EQ(show(call("KvfFinalizeAll", {kvhost::CLASS_KV_FILE})), "1");
   EXPECT_EQ(readBytes(other, 5), " text");
@@ -137,17 +133,18 @@ TEST_F(Registration, AnotherFileOfTheSessionStaysAsItIs) {
 
 TEST_F(Registration, ARecordThatIsUsedAgainNeedsNoMemory) {
   const OopType file = openWith("abc");
-  seam::addFault({"UtlMalloc", 1, true, FaultKind::NoMemory, 0});
-  seam::addFault({"KciOopMapEntryAdd", 1, true, FaultKind::Error, 12});
+  fault("UtlMalloc:1+:nomem");
+  fault("KciOopMapEntryAdd:1+:12");
   EXPECT_EQ(call("KvfOpen", {file, str("data.bin"), str("r"), OOP_FALSE}), smallInt(2));
   EXPECT_EQ(seam::faultsFired(), 0);
+  seam::clearFaults();  // neither was to come to pass
 }
 
 TEST_F(Registration, WithoutAFileObjectNothingIsClosed) {
   const auto plain = callsDuring([&] {
     EXPECT_EQ(call("KvfOpen", {OOP_NIL, str("leaked"), str("w"), OOP_FALSE}), OOP_NIL);
   });
-  EXPECT_EQ(countOf("fclose", plain), 0);
+  EXPECT_EQ(countOf(plain, "fclose"), 0);
   const int leaked = descriptorOn("leaked");
   ASSERT_GE(leaked, 0);
   close(leaked);
@@ -155,7 +152,7 @@ TEST_F(Registration, WithoutAFileObjectNothingIsClosed) {
               const auto calls = callsDuring([&] {
                 call("KvfOpen", {OOP_NIL, str("leaked.gz"), str("w"), OOP_TRUE});
               });
-              return std::to_string(countOf("gzclose", calls)) +
+              return std::to_string(countOf(calls, "gzclose")) +
                      (descriptorOn("leaked.gz") >= 0 ? " open" : " closed");
             }),
             "0 open");

@@ -128,13 +128,13 @@ TEST_F(CEntryPoints, LargeCountsAreOneWrite) {
 
 TEST_F(CEntryPoints, AShortWriteIsFollowedByTheSameBytesAgain) {
   const OopType file = openFile("out", "w");
-  fault("HostWriteFile_", FaultKind::Short, 3, 1, true);
+  fault("HostWriteFile_:1+:short=3");
   const auto calls =
       callsNamed("HostWriteFile_", [&] { EXPECT_EQ(writeTo(file, "abcdefgh"), TRUE); });
   ASSERT_EQ(calls.size(), 3U);
   for (const seam::Call& one : calls) {
     EXPECT_EQ(one.arguments, calls[0].arguments);
-    EXPECT_THAT(one.arguments, ::testing::EndsWith(", 8"));
+    EXPECT_EQ(lastArgumentOf(one), "8");
     EXPECT_EQ(one.result, "3");
   }
   EXPECT_EQ(readFile("out"), "abcabcabc");
@@ -168,7 +168,7 @@ TEST_F(CEntryPoints, AWriteAfterAPartialReadLandsBehindTheLastByteRead) {
 TEST_F(CEntryPoints, AFailedRepositioningWritesNothing) {
   const OopType file = openWith("abcdef", "r+");
   readBytes(file, 2);
-  fault("lseek", FaultKind::Error, EIO);
+  fault("lseek:1:EIO");
   EXPECT_EQ(writeTo(file, "X"), FALSE);
   EXPECT_EQ(errorCode(file), "5");
   EXPECT_EQ(readFile("data.bin"), "abcdef");
@@ -176,12 +176,12 @@ TEST_F(CEntryPoints, AFailedRepositioningWritesNothing) {
 
 TEST_F(CEntryPoints, AFailedOrEmptyWriteIsFalse) {
   const OopType file = openFile("out", "w");
-  fault("HostWriteFile_", FaultKind::Error, ENOSPC);
+  fault("HostWriteFile_:1:ENOSPC");
   EXPECT_EQ(writeTo(file, "abc"), FALSE);
   EXPECT_EQ(errorCode(file), "28");
   EXPECT_EQ(fetchText(file), "errno=28,ENOSPC, No space left on device");
-  seam::clearFaults();
-  fault("HostWriteFile_", FaultKind::Result, 0);
+  clearFaults();
+  fault("HostWriteFile_:1:result=0");
   EXPECT_EQ(writeTo(file, "abc"), FALSE);
   EXPECT_EQ(errorCode(file), "0");
   EXPECT_EQ(readFile("out"), "");
@@ -281,12 +281,12 @@ TEST_F(CEntryPoints, ReadingNothingBehindAFoundEndLeavesTheText) {
 
 TEST_F(CEntryPoints, EveryFailureIsMinusOne) {
   const OopType file = openWith("abc");
-  fault("HostReadFile_", FaultKind::Error, EIO);
+  fault("HostReadFile_:1:EIO");
   EXPECT_EQ(readFrom(file, 3), "<-1>");
   EXPECT_EQ(errorCode(file), "5");
   EXPECT_EQ(fetchText(file), "errno=5,EIO, Input/output error");
-  seam::clearFaults();
-  fault("HostReadFile_", FaultKind::Interrupt, 0);
+  clearFaults();
+  fault("HostReadFile_:1:interrupt");
   EXPECT_EQ(readFrom(file, 3), "<-1>");
   EXPECT_EQ(readFrom(file, 3), "abc");
 }
@@ -305,7 +305,7 @@ TEST_F(CEntryPoints, FetchingTheTextCutsItAndKeepsIt) {
 
 TEST_F(CEntryPoints, FetchingTheTextKeepsTheCodeAndWorksOnAClosedFile) {
   const OopType file = openWith("abc");
-  fault("fclose", FaultKind::Error, EIO);
+  fault("fclose:1:EIO");
   EXPECT_EQ(call("KvfClose", {file}), OOP_NIL);
   EXPECT_EQ(fetchText(file, 8, session_), "errno=5");
   EXPECT_EQ(errorCode(file), "5");

@@ -25,7 +25,7 @@ TEST_F(FileStatus, OpenAndClosedAreTold) {
 
 TEST_F(FileStatus, ClosingAClosedFileMakesNoHostCallAndKeepsTheText) {
   const OopType file = openWith("abc");
-  fault("fclose", FaultKind::Error, ENOSPC);
+  fault("fclose:1:ENOSPC");
   EXPECT_EQ(call("KvfClose", {file}), OOP_NIL);
   EXPECT_EQ(isOpen(file), "false");
   EXPECT_EQ(errorCode(file), "28");
@@ -36,7 +36,7 @@ TEST_F(FileStatus, ClosingAClosedFileMakesNoHostCallAndKeepsTheText) {
 
 TEST_F(FileStatus, ClosingClearsAnEarlierError) {
   const OopType file = openWith("abc");
-  fault("HostReadFile_", FaultKind::Error, EIO);
+  fault("HostReadFile_:1:EIO");
   EXPECT_EQ(readBytes(file, 1), "nil");
   EXPECT_EQ(errorCode(file), "5");
   EXPECT_EQ(call("KvfClose", {file}), file);
@@ -47,7 +47,7 @@ TEST_F(FileStatus, ClosingClearsAnEarlierError) {
 TEST_F(FileStatus, AFailedGzipCloseAnswersTheFileAndShowsNothing) {
   EXPECT_EQ(inChild([this] {
               const OopType file = openGzipWith("abc");
-              fault("gzclose", FaultKind::Result, Z_ERRNO);
+              fault("gzclose:1:result=" + std::to_string(Z_ERRNO));
               return Transcript() << show(call("KvfClose", {file})) << errorCode(file)
                                   << takeError(file) << isOpen(file);
             }),
@@ -113,7 +113,7 @@ TEST_F(FileStatus, ARecordHasOneTextInItsLifeAndLaterFailuresHaveCodesAlone) {
   const OopType file = openWith("abc", "w");
   EXPECT_EQ(readBytes(file, 1), "nil");
   EXPECT_NE(takeError(file), "nil");
-  fault("HostWriteFile_", FaultKind::Error, ENOSPC);
+  fault("HostWriteFile_:1:ENOSPC");
   EXPECT_EQ(write(file, "x"), OOP_NIL);
   EXPECT_EQ(errorCode(file), "28");
   EXPECT_EQ(takeError(file), "nil");

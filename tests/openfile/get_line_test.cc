@@ -174,7 +174,7 @@ TEST_F(GetLine, AStringOfTheRightSizeIsNotResized) {
 
 TEST_F(GetLine, AnInterruptedFirstReadIsMinusTwo) {
   const OopType file = openWith("ab\n");
-  fault("HostReadFile_", FaultKind::Interrupt, 0);
+  fault("HostReadFile_:1:interrupt");
   EXPECT_EQ(show(getLine(file, OOP_NIL, 99)), "-2");
   EXPECT_EQ(show(getLine(file)), "'ab\n'");
 }
@@ -182,7 +182,7 @@ TEST_F(GetLine, AnInterruptedFirstReadIsMinusTwo) {
 TEST_F(GetLine, AnInterruptedLaterReadIsMinusTwoWithTheBytesStored) {
   const OopType file = openWith(patternBytes(5000) + "\n");
   const OopType into = str("");
-  fault("HostReadFile_", FaultKind::Interrupt, 0, 2);
+  fault("HostReadFile_:2:interrupt");
   EXPECT_EQ(show(getLine(file, into)), "-2");
   EXPECT_EQ(bytes(into), patternBytes(4096));
   EXPECT_EQ(position(file), "4096");
@@ -191,14 +191,14 @@ TEST_F(GetLine, AnInterruptedLaterReadIsMinusTwoWithTheBytesStored) {
 TEST_F(GetLine, AFoundEndTurnsAnInterruptIntoAFailure) {
   const OopType file = openWith("ab");
   EXPECT_EQ(show(getLine(file)), "'ab'");
-  fault("HostReadFile_", FaultKind::Interrupt, 0);
+  fault("HostReadFile_:1:interrupt");
   EXPECT_EQ(getLine(file), OOP_NIL);
   EXPECT_EQ(errorCode(file), "4");
 }
 
 TEST_F(GetLine, AnInterruptWithPartOfASequenceBufferedEndsTheLine) {
   const OopType file = openWith(patternBytes(4095) + "\r\nrest");
-  fault("HostReadFile_", FaultKind::Interrupt, 0, 2);
+  fault("HostReadFile_:2:interrupt");
   EXPECT_EQ(bytes(getLine(file, OOP_NIL, 1, str("\r\n"))), patternBytes(4095));
   EXPECT_EQ(line(file, "\r\n"), "'\r\n'");
   EXPECT_EQ(line(file, "\r\n"), "'rest'");
@@ -206,7 +206,7 @@ TEST_F(GetLine, AnInterruptWithPartOfASequenceBufferedEndsTheLine) {
 
 TEST_F(GetLine, AHostErrorIsNilWithItsCode) {
   const OopType file = openWith("ab\n");
-  fault("HostReadFile_", FaultKind::Error, EIO);
+  fault("HostReadFile_:1:EIO");
   EXPECT_EQ(getLine(file, OOP_NIL, 99), OOP_NIL);
   EXPECT_EQ(errorCode(file), "5");
   EXPECT_EQ(takeError(file), "'errno=5,EIO, Input/output error'");
@@ -216,7 +216,7 @@ TEST_F(GetLine, AHostErrorIsNilWithItsCode) {
 TEST_F(GetLine, AHostErrorOfALaterReadIsNil) {
   const OopType file = openWith(patternBytes(5000) + "\n");
   const OopType into = str("");
-  fault("HostReadFile_", FaultKind::Error, EIO, 2);
+  fault("HostReadFile_:2:EIO");
   EXPECT_EQ(getLine(file, into), OOP_NIL);
   EXPECT_EQ(errorCode(file), "5");
   EXPECT_EQ(bytes(into), patternBytes(4096));
@@ -225,7 +225,7 @@ TEST_F(GetLine, AHostErrorOfALaterReadIsNil) {
 TEST_F(GetLine, ShortReadsMakeOneLine) {
   const std::string content = patternBytes(50) + "\nrest";
   const OopType file = openWith(content);
-  fault("HostReadFile_", FaultKind::Short, 7, 1, true);
+  fault("HostReadFile_:1+:short=7");
   EXPECT_EQ(bytes(getLine(file)), patternBytes(50) + "\n");
   EXPECT_EQ(position(file), "51");
 }
@@ -251,7 +251,7 @@ TEST_F(GetLine, AGzipHandleForWritingYieldsNothingAndNoText) {
 TEST_F(GetLine, ARefusedResizeIsKeptInTheRecord) {
   const OopType file = openWith("ab\n");
   const OopType into = str("0123456789");
-  fault("KciSetVaryingSize", FaultKind::Raise, 2101);
+  fault("KciSetVaryingSize:1:raise=2101");
   EXPECT_EQ(getLine(file, into), OOP_NIL);
   EXPECT_EQ(errorCode(file), "2101");
   EXPECT_THAT(takeError(file), ::testing::StartsWith("'Kestrova KCI error 2101, message: "));

@@ -51,7 +51,7 @@ TEST_F(Locking, TheKindOfTheLockIsASymbol) {
 
 TEST_F(Locking, ACompressedFileHasNoDescriptorToCountFrom) {
   const OopType file = openGzipWith("abc");
-  fault("HostLockFileQuery", FaultKind::Result, 1);
+  fault("HostLockFileQuery:1:result=1");
   const auto names = namesOf(
       callsDuring([&] { EXPECT_EQ(query(file, "writeLock", 0, 0), "#(false #readLock 0 0 0)"); }));
   EXPECT_THAT(names, ::testing::Not(::testing::Contains("fileno")));

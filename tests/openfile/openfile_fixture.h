@@ -4,6 +4,7 @@
 
 #include <kvfile/platform/host.h>
 
+#include "support/host_errors.h"
 #include "support/module_fixture.h"
 #include "support/returning_raise.h"
 
@@ -123,28 +124,6 @@ class OpenFileTest : public ModuleTest {
     return openFile(path, mode, true);
   }
 
-  static void writeGzip(const std::string& path, std::string_view content) {
-    const gzFile zf = gzopen(path.c_str(), "wb");
-    ASSERT_NE(zf, nullptr);
-    if (!content.empty()) {
-      ASSERT_EQ(gzwrite(zf, content.data(), static_cast<unsigned>(content.size())),
-                static_cast<int>(content.size()));
-    }
-    ASSERT_EQ(gzclose(zf), Z_OK);
-  }
-
-  // What the file holds when zlib reads it.
-  static std::string readGzip(const std::string& path) {
-    const gzFile zf = gzopen(path.c_str(), "rb");
-    if (zf == nullptr) return "cannot open";
-    std::string text;
-    char piece[4096];
-    for (int n; (n = gzread(zf, piece, sizeof piece)) > 0;)
-      text.append(piece, static_cast<std::size_t>(n));
-    gzclose(zf);
-    return text;
-  }
-
   // ---- actions in short ----
 
   OopType read(OopType file, OopType bytesObject, int64 itemSize, int64 amount) {
@@ -197,35 +176,7 @@ class OpenFileTest : public ModuleTest {
 
   template <typename Body>
   std::vector<seam::Call> callsNamed(const std::string& name, Body body) {
-    std::vector<seam::Call> made;
-    for (seam::Call& one : callsDuring(body))
-      if (one.name == name) made.push_back(std::move(one));
-    return made;
-  }
-
-  static std::vector<std::string> resultsOf(const std::vector<seam::Call>& calls) {
-    std::vector<std::string> results;
-    for (const seam::Call& one : calls) results.push_back(one.result);
-    return results;
-  }
-
-  using FaultKind = seam::Fault::Kind;
-  static void fault(const char* function, FaultKind kind, int64_t value, int64_t at = 1,
-                    bool forever = false) {
-    seam::Fault scheduled;
-    scheduled.function = function;
-    scheduled.at = at;
-    scheduled.forever = forever;
-    scheduled.kind = kind;
-    scheduled.value = value;
-    seam::addFault(scheduled);
-  }
-
-  // The host's own text for an errno value.
-  static std::string hostText(int errNum) {
-    char text[ERRMSG_MAX_TXT];
-    HostStrerror(errNum, text, sizeof text);
-    return text;
+    return callsOf(callsDuring(body), name);
   }
 
   // The file's record as the module sees it.

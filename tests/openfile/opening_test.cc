@@ -66,7 +66,7 @@ TEST_F(Opening, ReopeningForgetsTheErrorAndTheEndOfFile) {
 
 TEST_F(Opening, AFailedCloseOfTheEarlierFileLeavesItsTextAndNoCode) {
   const OopType file = openWith("abc");
-  fault("fclose", FaultKind::Error, EIO);
+  fault("fclose:1:EIO");
   ASSERT_EQ(show(open(file, "data.bin", "r")), "2");
   EXPECT_EQ(errorCode(file), "0");
   EXPECT_EQ(takeError(file), "'errno=5,EIO, Input/output error'");
@@ -108,18 +108,18 @@ TEST_F(Opening, ADirectoryFailsAtTheOpen) {
 }
 
 TEST_F(Opening, HostFailuresGiveTheHostsNumber) {
-  fault("HostOpenFile", FaultKind::Error, EMFILE);
+  fault("HostOpenFile:1:EMFILE");
   EXPECT_EQ(open(kvhost::newKvFile(), "any", "w"), OOP_NIL);
   EXPECT_EQ(errorCode(OOP_NIL), "24");
   EXPECT_EQ(takeError(OOP_NIL), "'errno=24,EMFILE, Too many open files : any'");
-  fault("gzopen", FaultKind::Error, EACCES);
+  fault("gzopen:1:EACCES");
   EXPECT_EQ(open(kvhost::newKvFile(), "any", "w", true), OOP_NIL);
   EXPECT_EQ(errorCode(OOP_NIL), "13");
   EXPECT_EQ(takeError(OOP_NIL), "'errno=13,EACCES, Permission denied : any'");
 }
 
 TEST_F(Opening, AGzipFailureWithoutAnErrnoCountsAsWantOfMemory) {
-  fault("gzopen", FaultKind::Result, 0);
+  fault("gzopen:1:result=0");
   errno = EIO;  // left by something earlier, and no business of this open
   EXPECT_EQ(open(kvhost::newKvFile(), "any", "w", true), OOP_NIL);
   EXPECT_EQ(errorCode(OOP_NIL), "12");
@@ -134,7 +134,7 @@ TEST_F(Opening, GzipNamesAreExpandedAndPlainOnesGoToTheHostAsTheyAre) {
   const auto calls =
       callsNamed("HostOpenFile", [&] { EXPECT_EQ(show(open(file, "x$HOME", "w")), "1"); });
   ASSERT_EQ(calls.size(), 1U);
-  EXPECT_THAT(calls[0].arguments, ::testing::HasSubstr("x$HOME"));
+  EXPECT_THAT(argumentOf(calls[0], 0), ::testing::HasSubstr("x$HOME"));
   EXPECT_THAT(namesOf(callsDuring([&] { open(file, "y", "w"); })),
               ::testing::Not(::testing::Contains("HostExpandFileName")));
 }
@@ -243,7 +243,7 @@ TEST_F(Opening, WithoutAMapTheSessionIsRaised) {
 
 TEST_F(Opening, WithoutMemoryForTheRecordNothingIsRegistered) {
   const OopType file = kvhost::newKvFile();
-  fault("UtlMalloc", FaultKind::NoMemory, 0);
+  fault("UtlMalloc:1:nomem");
   expectRaise(2208, {}, "KvfOpen", {file, str("f"), str("w"), OOP_FALSE});
   EXPECT_EQ(show(call("KvfFinalizeAll", {kvhost::CLASS_KV_FILE})), "0");
   EXPECT_EQ(descriptorOn(directory_ / "f"), -1) << "the file is closed again";

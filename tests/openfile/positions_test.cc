@@ -96,7 +96,7 @@ TEST_F(Seeking, AWritableFileAlwaysAsksTheHost) {
 
 TEST_F(Seeking, MovingInsideTheBufferKeepsAnEarlierError) {
   const OopType file = openWith(patternBytes(9000));
-  fault("HostReadFile_", FaultKind::Error, EIO, 2);
+  fault("HostReadFile_:2:EIO");
   EXPECT_EQ(show(read(file, str(""), 3000, 2)), "nil");
   EXPECT_EQ(at(file, 3500, 0), "3500");
   EXPECT_EQ(errorCode(file), "5");
@@ -119,7 +119,7 @@ TEST_F(Seeking, NegativePositionsAreTheHostsToRefuse) {
 
 TEST_F(Seeking, AFailureToTellTheEndIsNil) {
   const OopType file = openWith("0123456789");
-  fault("lseek", FaultKind::Error, EIO, 2);
+  fault("lseek:2:EIO");
   EXPECT_EQ(at(file, 0, 2), "nil");
   EXPECT_EQ(errorCode(file), "5");
 }
@@ -169,7 +169,7 @@ TEST_F(Positions, OtherwiseTheHostIsAsked) {
 
 TEST_F(Positions, AFailureIsNilWithItsCode) {
   const OopType file = openWith("abc");
-  fault("lseek", FaultKind::Error, EBADF);
+  fault("lseek:1:EBADF");
   EXPECT_EQ(position(file), "nil");
   EXPECT_EQ(errorCode(file), "9");
   EXPECT_EQ(takeError(file), "'errno=9,EBADF, Bad file descriptor'");
@@ -177,18 +177,18 @@ TEST_F(Positions, AFailureIsNilWithItsCode) {
 
 TEST_F(Positions, OnlyMinusOneIsAFailure) {
   const OopType file = openWith("abc");
-  fault("lseek", FaultKind::Result, -5);
+  fault("lseek:1:result=-5");
   EXPECT_EQ(position(file), "-5");
 }
 
 TEST_F(Positions, AskingTheHostForgetsAnErrorAndAskingTheBufferDoesNot) {
   const OopType file = openWith(patternBytes(9000));
-  fault("HostReadFile_", FaultKind::Error, EIO, 2);
+  fault("HostReadFile_:2:EIO");
   EXPECT_EQ(show(read(file, str(""), 3000, 2)), "nil");
   EXPECT_EQ(position(file), "3000");
   EXPECT_EQ(errorCode(file), "5");
-  seam::clearFaults();
-  fault("HostReadFile_", FaultKind::Error, EIO);
+  clearFaults();
+  fault("HostReadFile_:1:EIO");
   const OopType fresh = openWith("abc", "r", "fresh");
   EXPECT_EQ(readBytes(fresh, 1), "nil");
   EXPECT_EQ(errorCode(fresh), "5");
@@ -230,7 +230,7 @@ TEST_F(Flushing, AFoundEndIsForgotten) {
 
 TEST_F(Flushing, AFailedFlushIsNilAndNothingIsSynchronised) {
   const OopType file = openWith("abc", "r+");
-  fault("fflush", FaultKind::Error, ENOSPC);
+  fault("fflush:1:ENOSPC");
   EXPECT_THAT(fileCallsDuring([&] { EXPECT_EQ(call("KvfSync", {file}), OOP_NIL); }),
               ::testing::ElementsAre("fflush=-1"));
   EXPECT_EQ(errorCode(file), "28");
@@ -239,7 +239,7 @@ TEST_F(Flushing, AFailedFlushIsNilAndNothingIsSynchronised) {
 
 TEST_F(Flushing, AFailedSyncIsNil) {
   const OopType file = openWith("abc", "r+");
-  fault("fsync", FaultKind::Error, EIO);
+  fault("fsync:1:EIO");
   EXPECT_EQ(call("KvfSync", {file}), OOP_NIL);
   EXPECT_EQ(errorCode(file), "5");
   EXPECT_EQ(call("KvfFlush", {file}), file);

@@ -117,7 +117,7 @@ TEST_F(PrintBytes, AnEarlierErrorStays) {
 
 TEST_F(PrintBytes, AFailedWriteChangesNothingInTheAnswer) {
   const OopType file = openFile("out", "w");
-  fault("HostWriteFile_", FaultKind::Error, ENOSPC, 1);
+  fault("HostWriteFile_:1:ENOSPC");
   EXPECT_EQ(call("KvfPrintBytes", {file, str("AB")}), file);
   EXPECT_EQ(errorCode(file), "0");
   EXPECT_EQ(readFile("out"), "66 ");
@@ -125,7 +125,7 @@ TEST_F(PrintBytes, AFailedWriteChangesNothingInTheAnswer) {
 
 TEST_F(PrintBytes, AFailureToAskTheSizeEndsInTheRecord) {
   const OopType file = openFile("out", "w");
-  fault("KciFetchSize_", FaultKind::Raise, 2101);
+  fault("KciFetchSize_:1:raise=2101");
   EXPECT_EQ(call("KvfPrintBytes", {file, str("AB")}), OOP_NIL);
   EXPECT_EQ(errorCode(file), "2101");
   EXPECT_THAT(takeError(file), ::testing::StartsWith("'Kestrova KCI error 2101, message: "));
@@ -135,7 +135,7 @@ TEST_F(PrintBytes, AFailureToAskTheSizeEndsInTheRecord) {
 TEST_F(PrintBytes, AFailureToFetchALaterChunkEndsInTheRecord) {
   const std::string data = mixedBytes(2000);
   const OopType file = openFile("out", "w");
-  fault("KciFetchBytes_", FaultKind::Raise, 2102, 2);
+  fault("KciFetchBytes_:2:raise=2102");
   EXPECT_EQ(call("KvfPrintBytes", {file, str(data)}), OOP_NIL);
   EXPECT_EQ(errorCode(file), "2102");
   EXPECT_EQ(readFile("out"), decimalText(data.substr(0, 1024)));
@@ -169,7 +169,7 @@ TEST_F(PrintBytes, TheFrameIsRegisteredForTheFetchesAndPoppedOnEveryWayOut) {
                 call("KvfPrintBytes", {file, str("")});
               }),
               ::testing::ElementsAre("KciPushErrJump", "KciPopErrJump"));
-  fault("KciFetchBytes_", FaultKind::Raise, 2101);
+  fault("KciFetchBytes_:1:raise=2101");
   EXPECT_THAT(frames([&] {
                 call("KvfPrintBytes", {file, str("AB")});
               }),

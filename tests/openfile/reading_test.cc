@@ -133,7 +133,7 @@ TEST_F(Reading, EachRefillAsksForAFullBuffer) {
   const OopType file = openWith(patternBytes(5000));
   const auto calls = callsNamed("HostReadFile_", [&] { readBytes(file, 1); });
   ASSERT_EQ(calls.size(), 1U);
-  EXPECT_THAT(calls[0].arguments, ::testing::EndsWith(", 4096"));
+  EXPECT_EQ(lastArgumentOf(calls[0]), "4096");
   EXPECT_EQ(calls[0].result, "4096");
 }
 
@@ -146,7 +146,7 @@ TEST_F(Reading, BufferedBytesNeedNoHostCall) {
 TEST_F(Reading, ShortReadsAddUp) {
   const std::string content = patternBytes(100);
   const OopType file = openWith(content);
-  fault("HostReadFile_", FaultKind::Short, 10, 1, true);
+  fault("HostReadFile_:1+:short=10");
   std::string all;
   const auto calls = callsNamed("HostReadFile_", [&] { all = readBytes(file, 25); });
   EXPECT_EQ(all, content.substr(0, 25));
@@ -158,7 +158,7 @@ TEST_F(Reading, ShortReadsThatCutItemsDeliverMoreBytesThanAsked) {
   const std::string content = patternBytes(100);
   const OopType file = openWith(content);
   const OopType into = str("");
-  fault("HostReadFile_", FaultKind::Short, 10, 1, true);
+  fault("HostReadFile_:1+:short=10");
   EXPECT_EQ(show(read(file, into, 4, 5)), "24");
   EXPECT_EQ(bytes(into), content.substr(0, 24));
 }
@@ -167,7 +167,7 @@ TEST_F(Reading, AShortReadOfLessThanAnItemCountsAsTheEndUntilTheNextRead) {
   const std::string content = patternBytes(100);
   const OopType file = openWith(content);
   const OopType into = str("");
-  fault("HostReadFile_", FaultKind::Short, 10, 1, true);
+  fault("HostReadFile_:1+:short=10");
   EXPECT_EQ(show(read(file, into, 20, 1)), "0");
   EXPECT_EQ(takeError(file), past_end);
   EXPECT_EQ(show(read(file, into, 20, 1)), "20");
@@ -176,7 +176,7 @@ TEST_F(Reading, AShortReadOfLessThanAnItemCountsAsTheEndUntilTheNextRead) {
 
 TEST_F(Reading, AnInterruptedReadIsMinusTwo) {
   const OopType file = openWith(patternBytes(9000));
-  fault("HostReadFile_", FaultKind::Interrupt, 0);
+  fault("HostReadFile_:1:interrupt");
   EXPECT_EQ(show(read(file, str(""), 1, 5)), "-2");
   EXPECT_EQ(errorCode(file), "4");
   EXPECT_EQ(takeError(file), "'errno=4,EINTR, Interrupted system call'");
@@ -187,7 +187,7 @@ TEST_F(Reading, AnInterruptedReadIsMinusTwo) {
 TEST_F(Reading, AnInterruptedLaterRefillIsMinusTwoWithTheBytesStored) {
   const OopType file = openWith(patternBytes(9000));
   const OopType into = str("");
-  fault("HostReadFile_", FaultKind::Interrupt, 0, 2);
+  fault("HostReadFile_:2:interrupt");
   EXPECT_EQ(show(read(file, into, 1, 9000)), "-2");
   EXPECT_EQ(bytes(into), patternBytes(4096));
   EXPECT_EQ(position(file), "4096");
@@ -196,7 +196,7 @@ TEST_F(Reading, AnInterruptedLaterRefillIsMinusTwoWithTheBytesStored) {
 TEST_F(Reading, AnInterruptWithPartOfAnItemBufferedIsAnError) {
   const std::string content = patternBytes(9000);
   const OopType file = openWith(content);
-  fault("HostReadFile_", FaultKind::Interrupt, 0, 2);
+  fault("HostReadFile_:2:interrupt");
   EXPECT_EQ(show(read(file, str(""), 3000, 2)), "nil");
   EXPECT_EQ(errorCode(file), "4");
   EXPECT_EQ(readBytes(file, 6000), content.substr(3000));
@@ -204,7 +204,7 @@ TEST_F(Reading, AnInterruptWithPartOfAnItemBufferedIsAnError) {
 
 TEST_F(Reading, AHostErrorIsNilWithItsCodeAndText) {
   const OopType file = openWith("abc");
-  fault("HostReadFile_", FaultKind::Error, EIO);
+  fault("HostReadFile_:1:EIO");
   EXPECT_EQ(show(read(file, str(""), 1, 1)), "nil");
   EXPECT_EQ(errorCode(file), "5");
   EXPECT_EQ(takeError(file), "'errno=5,EIO, Input/output error'");
@@ -214,7 +214,7 @@ TEST_F(Reading, AHostErrorIsNilWithItsCodeAndText) {
 TEST_F(Reading, AHostErrorOfALaterRefillIsNilWithTheBytesStored) {
   const OopType file = openWith(patternBytes(9000));
   const OopType into = str("");
-  fault("HostReadFile_", FaultKind::Error, EIO, 2);
+  fault("HostReadFile_:2:EIO");
   EXPECT_EQ(show(read(file, into, 1, 9000)), "nil");
   EXPECT_EQ(errorCode(file), "5");
   EXPECT_EQ(bytes(into), patternBytes(4096));
@@ -224,7 +224,7 @@ TEST_F(Reading, AHostErrorOfALaterRefillIsNilWithTheBytesStored) {
 TEST_F(Reading, AHostErrorWithPartOfAnItemBufferedIsNilAndLosesNothing) {
   const std::string content = patternBytes(9000);
   const OopType file = openWith(content);
-  fault("HostReadFile_", FaultKind::Error, EIO, 2);
+  fault("HostReadFile_:2:EIO");
   EXPECT_EQ(show(read(file, str(""), 3000, 2)), "nil");
   EXPECT_EQ(errorCode(file), "5");
   EXPECT_EQ(position(file), "3000");
@@ -255,7 +255,7 @@ TEST_F(Reading, AStoreThatTheInterfaceRefusesIsKeptInTheRecord) {
 TEST_F(Reading, TheInterfaceIsAskedAfterEveryStore) {
   const OopType file = openWith(patternBytes(9000));
   const OopType into = str("");
-  fault("KciStoreBytesInstanceOf", FaultKind::Raise, 2101, 2);
+  fault("KciStoreBytesInstanceOf:2:raise=2101");
   EXPECT_EQ(show(read(file, into, 1, 9000)), "nil");
   EXPECT_EQ(errorCode(file), "2101");
   EXPECT_THAT(takeError(file), ::testing::StartsWith("'Kestrova KCI error 2101, message: "));

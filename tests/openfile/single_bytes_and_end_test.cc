@@ -32,14 +32,14 @@ TEST_F(SingleBytes, TheEndIsNilWithoutAText) {
 
 TEST_F(SingleBytes, AnInterruptedReadIsMinusTwo) {
   const OopType file = openWith("abc");
-  fault("HostReadFile_", FaultKind::Interrupt, 0);
+  fault("HostReadFile_:1:interrupt");
   EXPECT_EQ(getC(file), "-2");
   EXPECT_EQ(getC(file), "$97");
 }
 
 TEST_F(SingleBytes, AHostErrorIsNilWithItsCode) {
   const OopType file = openWith("abc");
-  fault("HostReadFile_", FaultKind::Error, EIO);
+  fault("HostReadFile_:1:EIO");
   EXPECT_EQ(getC(file), "nil");
   EXPECT_EQ(errorCode(file), "5");
   EXPECT_EQ(takeError(file), "'errno=5,EIO, Input/output error'");
@@ -96,8 +96,8 @@ TEST_F(AtEnd, AFoundEndCountsEvenWithBytesLeft) {
 
 TEST_F(AtEnd, AFreshFileRepeatsAnInterruptedRead) {
   const OopType file = openWith("abc");
-  fault("HostReadFile_", FaultKind::Interrupt, 0, 1);
-  fault("HostReadFile_", FaultKind::Interrupt, 0, 2);
+  fault("HostReadFile_:1:interrupt");
+  fault("HostReadFile_:2:interrupt");
   const auto calls = callsNamed("HostReadFile_", [&] { EXPECT_EQ(atEnd(file), "false"); });
   EXPECT_THAT(resultsOf(calls), ::testing::ElementsAre("-2", "-2", "3"));
 }
@@ -105,20 +105,20 @@ TEST_F(AtEnd, AFreshFileRepeatsAnInterruptedRead) {
 TEST_F(AtEnd, ADrainedBufferTakesAnInterruptedReadForMore) {
   const OopType file = openWith("abc");
   readBytes(file, 3);
-  fault("HostReadFile_", FaultKind::Interrupt, 0);
+  fault("HostReadFile_:1:interrupt");
   const auto calls = callsNamed("HostReadFile_", [&] { EXPECT_EQ(atEnd(file), "false"); });
   EXPECT_EQ(calls.size(), 1U);
 }
 
 TEST_F(AtEnd, AReadErrorCountsAsTheEnd) {
   const OopType fresh = openWith("abc");
-  fault("HostReadFile_", FaultKind::Error, EIO);
+  fault("HostReadFile_:1:EIO");
   EXPECT_EQ(atEnd(fresh), "true");
   EXPECT_EQ(errorCode(fresh), "5");
   const OopType drained = openWith("abc");
   readBytes(drained, 3);
-  seam::clearFaults();
-  fault("HostReadFile_", FaultKind::Error, EIO);
+  clearFaults();
+  fault("HostReadFile_:1:EIO");
   EXPECT_EQ(atEnd(drained), "true");
   EXPECT_EQ(errorCode(drained), "5");
 }

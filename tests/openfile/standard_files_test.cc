@@ -153,7 +153,7 @@ TEST_F(StandardFiles, AFailedNewlineAnswersTheFile) {
                        [&] {
                          const OopType file = bind(1);
                          write(file, "abc");
-                         fault("fwrite", FaultKind::Result, 0);
+                         fault("fwrite:1:result=0");
                          return Transcript() << close(file) << show(call("KvfIsOpen", {file}))
                                              << errorCode(file);
                        }),

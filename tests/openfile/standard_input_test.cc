@@ -36,7 +36,7 @@ class StandardInput : public OpenFileTest {
     std::string text;
     for (const seam::Call& one : callsDuring(body))
       if (one.name == "UnixIoFgets_" || one.name == "LrSupReadLine")
-        text += one.name + " " + one.arguments + " = " + one.result + "; ";
+        text += seam::formatCall(one, false) + "; ";
     return text;
   }
 
@@ -126,7 +126,7 @@ TEST_F(StandardInput, AnInterruptedFetchIsMinusTwoEvenWithBytesBuffered) {
                      [&](OopType file) {
                        Transcript told;
                        told << readBytes(file, 3);
-                       fault("UnixIoFgets_", FaultKind::Interrupt, 0);
+                       fault("UnixIoFgets_:1:interrupt");
                        return told << show(read(file, str(""), 1, 3)) << readBytes(file, 1)
                                    << readBytes(file, 5);
                      }),
@@ -136,10 +136,10 @@ TEST_F(StandardInput, AnInterruptedFetchIsMinusTwoEvenWithBytesBuffered) {
 TEST_F(StandardInput, AnInterruptedLineIsMinusTwo) {
   EXPECT_EQ(withFile("ab\n",
                      [&](OopType file) {
-                       fault("UnixIoFgets_", FaultKind::Interrupt, 0);
+                       fault("UnixIoFgets_:1:interrupt");
                        Transcript told;
                        told << show(getLine(file));
-                       fault("UnixIoFgets_", FaultKind::Interrupt, 0);
+                       fault("UnixIoFgets_:1:interrupt");
                        return told << getC(file) << show(getLine(file));
                      }),
             "-2 -2 'ab\n'");
@@ -148,7 +148,7 @@ TEST_F(StandardInput, AnInterruptedLineIsMinusTwo) {
 TEST_F(StandardInput, AFailedFetchLooksLikeTheEndButIsNotRemembered) {
   EXPECT_EQ(withFile("ab\n",
                      [&](OopType file) {
-                       fault("UnixIoFgets_", FaultKind::Error, EIO);
+                       fault("UnixIoFgets_:1:EIO");
                        return Transcript() << show(read(file, str(""), 1, 1)) << errorCode(file)
                                            << takeError(file) << atEnd(file);
                      }),

@@ -11,10 +11,10 @@
 namespace kvtest {
 namespace {
 
-// Waits up to ten seconds for `fd` to have something to read.
+// Waits for `fd` to have something to read; long enough for a machine with much else to do.
 bool readable(int fd) {
   struct pollfd waited = {fd, POLLIN, 0};
-  return poll(&waited, 1, 10000) > 0;
+  return poll(&waited, 1, 300000) > 0;
 }
 
 // A child process whose controlling terminal is this object's; what `body` tells comes back.

@@ -125,7 +125,7 @@ TEST_F(Writing, AWriteAfterAllBufferedBytesWereReadDoesNotReposition) {
 TEST_F(Writing, AFailedRepositioningWritesNothing) {
   const OopType file = openWith("abcdef", "r+");
   readBytes(file, 2);
-  fault("lseek", FaultKind::Error, EIO);
+  fault("lseek:1:EIO");
   EXPECT_EQ(write(file, "X"), OOP_NIL);
   EXPECT_EQ(errorCode(file), "5");
   EXPECT_EQ(takeError(file), "'errno=5,EIO, Input/output error'");
@@ -135,7 +135,7 @@ TEST_F(Writing, AFailedRepositioningWritesNothing) {
 TEST_F(Writing, ShortWritesGoOnFromWhereTheyEnded) {
   const std::string content = patternBytes(10000);
   const OopType file = openFile("out", "w");
-  fault("HostWriteFile_", FaultKind::Short, 1500, 1, true);
+  fault("HostWriteFile_:1+:short=1500");
   const auto calls =
       callsNamed("HostWriteFile_", [&] { EXPECT_EQ(show(write(file, content)), "10000"); });
   EXPECT_THAT(resultsOf(calls),
@@ -146,7 +146,7 @@ TEST_F(Writing, ShortWritesGoOnFromWhereTheyEnded) {
 TEST_F(Writing, AFailureIsNilAndKeepsWhatWasWritten) {
   const std::string content = patternBytes(10000);
   const OopType file = openFile("out", "w");
-  fault("HostWriteFile_", FaultKind::Error, ENOSPC, 2);
+  fault("HostWriteFile_:2:ENOSPC");
   EXPECT_EQ(write(file, content), OOP_NIL);
   EXPECT_EQ(errorCode(file), "28");
   EXPECT_EQ(takeError(file), "'errno=28,ENOSPC, No space left on device'");
@@ -155,7 +155,7 @@ TEST_F(Writing, AFailureIsNilAndKeepsWhatWasWritten) {
 
 TEST_F(Writing, ACountOfZeroEndsTheWriteWithoutAnError) {
   const OopType file = openFile("out", "w");
-  fault("HostWriteFile_", FaultKind::Result, 0, 2);
+  fault("HostWriteFile_:2:result=0");
   EXPECT_EQ(show(write(file, patternBytes(10000))), "4096");
   EXPECT_EQ(errorCode(file), "0");
 }
@@ -266,7 +266,7 @@ TEST_F(PuttingBytes, AByteAfterAPartialReadLandsBehindTheLastByteRead) {
 TEST_F(PuttingBytes, AFailedRepositioningIsTrueAndRecorded) {
   const OopType file = openWith("abcdef", "r+");
   readBytes(file, 2);
-  fault("lseek", FaultKind::Error, EIO);
+  fault("lseek:1:EIO");
   EXPECT_THAT(fileCallsDuring([&] {
                 EXPECT_EQ(call("KvfPutC", {file, smallInt('X')}), OOP_TRUE);
               }),
@@ -277,7 +277,7 @@ TEST_F(PuttingBytes, AFailedRepositioningIsTrueAndRecorded) {
 
 TEST_F(PuttingBytes, AFailedWriteIsTrueAndNotRecorded) {
   const OopType file = openFile("out", "w");
-  fault("HostWriteFile_", FaultKind::Error, ENOSPC);
+  fault("HostWriteFile_:1:ENOSPC");
   EXPECT_EQ(call("KvfPutC", {file, smallInt('X')}), OOP_TRUE);
   EXPECT_EQ(errorCode(file), "0");
   EXPECT_EQ(takeError(file), "nil");

@@ -63,14 +63,14 @@ TEST_F(Environment, ReadsOneByteLessThanItExpands) {
   const auto reading = callsDuring([&] { expand(NAME, 0); });
   const auto reads = callsOf(reading, "HostGetEnv");
   ASSERT_EQ(reads.size(), 1U);
-  EXPECT_EQ(argumentsOf(reads[0]).front(), asText(NAME));
-  EXPECT_EQ(argumentsOf(reads[0]).back(), "15999");
+  EXPECT_EQ(reads[0].arguments.front(), asText(NAME));
+  EXPECT_EQ(reads[0].arguments.back(), "15999");
   EXPECT_TRUE(callsOf(reading, "HostExpandFileName").empty());
 
   const auto expanding = callsDuring([&] { expand("name", 1); });
   const auto expansions = callsOf(expanding, "HostExpandFileName");
   ASSERT_EQ(expansions.size(), 1U);
-  const std::vector<std::string> args = argumentsOf(expansions[0]);
+  const std::vector<std::string>& args = expansions[0].arguments;
   ASSERT_EQ(args.size(), 5U);
   EXPECT_EQ(args[0], asText("name"));
   EXPECT_EQ(args[2], "16000");
@@ -100,7 +100,7 @@ TEST_F(Environment, ExpandsReferencesAndLeavesTheRest) {
 
 TEST_F(Environment, FailedExpansionAnswersWhatIsInTheBuffer) {
   expectText(expand("a/$KVF_TEST_VARIABLE", 1), OOP_CLASS_STRING, "");
-  seam::addFault({"HostExpandFileName", 1, false, seam::Fault::Kind::Error, EINVAL});
+  fault("HostExpandFileName:1:EINVAL");
   expectText(expand("name", 1), OOP_CLASS_STRING, "");
 }
 
@@ -145,16 +145,16 @@ TEST_F(Environment, SetsReplacesAndRemoves) {
 TEST_F(Environment, RemovingHandsNoValue) {
   const auto removing = callsOf(callsDuring([&] { set(NAME, OOP_NIL); }), "HostSetEnv");
   ASSERT_EQ(removing.size(), 1U);
-  EXPECT_EQ(argumentsOf(removing[0]), (std::vector<std::string>{asText(NAME), "null"}));
+  EXPECT_EQ(removing[0].arguments, (std::vector<std::string>{asText(NAME), "null"}));
   const auto setting = callsOf(callsDuring([&] { set(NAME, str("v")); }), "HostSetEnv");
   ASSERT_EQ(setting.size(), 1U);
-  EXPECT_EQ(argumentsOf(setting[0]), (std::vector<std::string>{asText(NAME), asText("v")}));
+  EXPECT_EQ(setting[0].arguments, (std::vector<std::string>{asText(NAME), asText("v")}));
 }
 
 TEST_F(Environment, FailureOfTheHostIsNilAndStoresNothing) {
   const ClassError earlier = seedSlot();
   EXPECT_EQ(set("with=sign", str("v")), OOP_NIL);
-  seam::addFault({"HostSetEnv", 1, false, seam::Fault::Kind::Error, ENOMEM});
+  fault("HostSetEnv:1:ENOMEM");
   EXPECT_EQ(set(NAME, str("v")), OOP_NIL);
   EXPECT_EQ(value(), std::nullopt);
   EXPECT_EQ(takeSlot(), earlier);

@@ -102,9 +102,9 @@ TEST_F(Log, FetchesByItsOwnCount) {
   ASSERT_EQ(fetches.size(), 3U);
   const char* starts[] = {"1", "1024", "1501"};
   for (size_t i = 0; i < 3; ++i) {
-    const std::vector<std::string> args = argumentsOf(fetches[i]);
+    const std::vector<std::string>& args = fetches[i].arguments;
     ASSERT_EQ(args.size(), 6U);
-    EXPECT_EQ(args[0], argumentsOf(fetches[0])[0]);
+    EXPECT_EQ(args[0], fetches[0].arguments[0]);
     EXPECT_EQ(args[1], starts[i]);
     EXPECT_EQ(args[3], "1023");
     EXPECT_EQ(args[5], "2");
@@ -130,11 +130,11 @@ TEST_F(Log, ReadsTheConvertedTextAndReleasesItOnce) {
   const auto calls = callsDuring([&] { log(text); });
   const auto fetches = callsOf(calls, "KciFetchUtf8Bytes_");
   ASSERT_EQ(fetches.size(), 3U);
-  EXPECT_NE(argumentsOf(fetches[1])[0], argumentsOf(fetches[0])[0]);
-  EXPECT_EQ(argumentsOf(fetches[2])[0], argumentsOf(fetches[1])[0]);
+  EXPECT_NE(fetches[1].arguments[0], fetches[0].arguments[0]);
+  EXPECT_EQ(fetches[2].arguments[0], fetches[1].arguments[0]);
   const auto releases = callsOf(calls, "KciReleaseOops");
   ASSERT_EQ(releases.size(), 1U);
-  EXPECT_EQ(argumentsOf(releases[0]).back(), "1");
+  EXPECT_EQ(releases[0].arguments.back(), "1");
 }
 
 TEST_F(Log, ReleasesNothingThatWasNotConverted) {
@@ -183,11 +183,11 @@ TEST_F(Log, OfWhatIsNoTextRaisesAndLeavesTheFlagSet) {
 
 TEST_F(Log, EndsAtACountBelowZero) {
   const OopType text = str(std::string(1500, 'x'));
-  seam::addFault({"KciFetchUtf8Bytes_", 2, false, seam::Fault::Kind::Result, -1});
+  fault("KciFetchUtf8Bytes_:2:result=-1");
   EXPECT_EQ(logged(text), (Pieces{std::string(1023, 'x'), "\n"}));
   EXPECT_EQ(KciGetLoggerFlush(), 0);
   clearFaults();
-  seam::addFault({"KciFetchUtf8Bytes_", 1, false, seam::Fault::Kind::Result, -1});
+  fault("KciFetchUtf8Bytes_:1:result=-1");
   expectRaise(2094, {text, OOP_CLASS_STRING}, "KvfKciLog", {KV_FILE, text});
 }
 

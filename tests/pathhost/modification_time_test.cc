@@ -71,7 +71,7 @@ TEST_F(ModTime, ConvertsTheSecondsThatTheHostGave) {
   const auto calls = callsDuring([&] { ask("file"); });
   const auto conversions = callsOf(calls, "KciCTimeToDateTime");
   ASSERT_EQ(conversions.size(), 1U);
-  EXPECT_EQ(argumentsOf(conversions[0]).front(), "1234567890");
+  EXPECT_EQ(conversions[0].arguments.front(), "1234567890");
   EXPECT_EQ(callsOf(calls, "KciNewDateTime").size(), 1U);
   EXPECT_EQ(callsOf(calls, "KciErr").size(), 2U) << "asked after either call";
 }
@@ -82,7 +82,7 @@ INSTANTIATE_TEST_SUITE_P(Either, ModTimeInterfaceError,
 
 TEST_P(ModTimeInterfaceError, IsPostedWithItsNumberAndMessage) {
   seedSlot();
-  seam::addFault({GetParam(), 1, false, seam::Fault::Kind::Raise, 2101});
+  fault(std::string(GetParam()) + ":1:raise=2101");
   const auto calls = callsDuring([&] { EXPECT_EQ(ask("file"), OOP_NIL); });
   const ClassError error = takeSlot();
   EXPECT_EQ(error, (ClassError{2101, "Kestrova KCI error 2101, message: raised by a fault"}));

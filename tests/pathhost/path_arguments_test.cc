@@ -124,7 +124,7 @@ TEST_P(PathArgument, PassesTheInterfacesErrorOnForAnObjectWithoutText) {
 }
 
 TEST_P(PathArgument, RaisesAFreshRecordWhenTheInterfaceReportsNothing) {
-  seam::addFault({"KciFetchUtf8Bytes_", 1, false, seam::Fault::Kind::Result, 0});
+  fault("KciFetchUtf8Bytes_:1:result=0");
   const kvhost::Outcome outcome = tryAct(GetParam().name, GetParam().args(str("name")));
   // Where the path is the second one, the fault meets the first: either ends the action.
   ASSERT_EQ(outcome.status, kvhost::CallStatus::Raised);
@@ -266,7 +266,7 @@ TEST_F(ReturningRaise, Utf16PathsOf4094BytesOrOfOddSizeRaiseAgain) {
 TEST_F(ReturningRaise, ANegativeCountOfUtf16BytesRaisesLikeAnOddOne) {
   const OopType path = kvhost::newUtf16(u"name");
   raisesComeBack();
-  seam::addFault({"KciFetchBytes_", 1, false, seam::Fault::Kind::Result, -2});
+  fault("KciFetchBytes_:1:result=-2");
   expectRaise(2061, {path}, "KvfRmdir", {KV_FILE, path});
 }
 

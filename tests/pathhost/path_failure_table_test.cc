@@ -15,7 +15,7 @@ struct FailureRow {
   const char* label;
   std::string action;
   Args args;
-  std::vector<seam::Fault> faults;
+  std::vector<std::string> faults;
   OopType answer;
   std::optional<int> code;          // none: the earlier code stays
   std::optional<std::string> text;  // none: the earlier text stays
@@ -35,10 +35,6 @@ Args mkdirWith(std::function<OopType()> mode) {
   return [mode] { return std::vector<OopType>{KV_FILE, string("made"), mode()}; };
 }
 
-seam::Fault error(const char* function, int64_t errorNumber) {
-  return {function, 1, false, seam::Fault::Kind::Error, errorNumber};
-}
-
 std::string textForm(int errorNumber, const std::string& path) {
   return hostText(errorNumber) + " : " + path;
 }
@@ -50,7 +46,7 @@ TEST_P(PathFailure, AnswersAndLeavesExactly) {
   std::filesystem::create_directories("full/inner");
   writeFile("plain", "12345");
   const ClassError earlier = seedSlot();
-  for (const seam::Fault& fault : row.faults) seam::addFault(fault);
+  for (const std::string& text : row.faults) fault(text);
 
   EXPECT_EQ(act(row.action, row.args()), row.answer);
 
@@ -208,58 +204,51 @@ INSTANTIATE_TEST_SUITE_P(
         FailureRow{"refused",
                    "KvfUnlink",
                    onPath("plain"),
-                   {error("HostRemoveSingleFile", EACCES)},
+                   {"HostRemoveSingleFile:1:EACCES"},
                    OOP_NIL,
                    EACCES,
                    textForm(EACCES, "plain")},
         FailureRow{"busy",
                    "KvfRmdir",
                    onPath("full/inner"),
-                   {error("HostRemoveDirectory", EBUSY)},
+                   {"HostRemoveDirectory:1:EBUSY"},
                    OOP_NIL,
                    EBUSY,
                    textForm(EBUSY, "full/inner")},
         FailureRow{"disk full",
                    "KvfMkdir",
                    mkdirWith([] { return OOP_NIL; }),
-                   {error("HostCreateDirectory", ENOSPC)},
+                   {"HostCreateDirectory:1:ENOSPC"},
                    OOP_NIL,
                    ENOSPC,
                    textForm(ENOSPC, "made")},
         FailureRow{"refused",
                    "KvfIsDir",
                    onPath("full"),
-                   {error("HostFileType", EACCES)},
+                   {"HostFileType:1:EACCES"},
                    OOP_NIL,
                    EACCES,
                    textForm(EACCES, "full")},
         FailureRow{"loop of links",
                    "KvfFileKind",
                    onPath("plain"),
-                   {error("HostFileType", ELOOP)},
+                   {"HostFileType:1:ELOOP"},
                    OOP_NIL,
                    ELOOP,
                    textForm(ELOOP, "plain")},
         FailureRow{"input error",
                    "KvfSize",
                    onPath("plain"),
-                   {error("HostFileExistSize", EIO)},
+                   {"HostFileExistSize:1:EIO"},
                    OOP_NIL,
                    EIO,
                    textForm(EIO, "plain")},
-        FailureRow{"no reason given",
-                   "KvfSize",
-                   onPath("plain"),
-                   {error("HostFileExistSize", 0)},
-                   OOP_NIL,
-                   {},
-                   {}},
         FailureRow{"refused",
                    "KvfRename",
                    [] {
                      return std::vector<OopType>{KV_FILE, string("plain"), string("b")};
                    },
-                   {error("rename", EACCES)},
+                   {"rename:1:EACCES"},
                    smallInt(EACCES),
                    {},
                    {}},
@@ -268,7 +257,7 @@ INSTANTIATE_TEST_SUITE_P(
                    [] {
                      return std::vector<OopType>{KV_FILE, string("plain"), string("b")};
                    },
-                   {error("rename", EXDEV)},
+                   {"rename:1:EXDEV"},
                    smallInt(EXDEV),
                    {},
                    {}}));
@@ -354,7 +343,7 @@ TEST_F(PathFailureText, OfTheModificationTimeIsTheSystemErrorsOwn) {
 }
 
 TEST_F(PathFailureText, KeepsTheCodeOfAnEarlierFailureBesideARefusal) {
-  failCall("HostRemoveSingleFile", EPERM);
+  fault("HostRemoveSingleFile:1:EPERM");
   writeFile("plain", "");
   ASSERT_EQ(call("KvfUnlink", {KV_FILE, str("plain")}), OOP_NIL);
   ASSERT_EQ(call("KvfUnlink", {KV_FILE, str("stdout")}), OOP_NIL);
@@ -376,6 +365,17 @@ TEST_F(PathFailureText, MakesNoHostCallForABadMode) {
   });
   EXPECT_TRUE(callsOf(calls, "HostCreateDirectory").empty());
   EXPECT_FALSE(exists("made"));
+}
+
+// No fault in words is without a reason.
+TEST_F(PathTest, ASizeThatFailsWithoutAReasonIsNilAndLeavesTheSlot) {
+  writeFile("plain", "12345");
+  const ClassError earlier = seedSlot();
+  const seam::Fault withoutReason = {"HostFileExistSize", 1, false, seam::Fault::Kind::Error, 0};
+  seam::addFault(withoutReason);
+  EXPECT_EQ(call("KvfSize", {KV_FILE, str("plain")}), OOP_NIL);
+  EXPECT_EQ(seam::faultsFired(), 1);
+  EXPECT_EQ(takeSlot(), earlier);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <kvfile/platform/host.h>
 #include <kvfile/platform/utl.h>
 
+#include "support/host_errors.h"
 #include "support/module_fixture.h"
 #include "support/returning_raise.h"
 
@@ -33,62 +34,12 @@ inline std::ostream& operator<<(std::ostream& out, const ClassError& error) {
   return out << error.code << " \"" << error.text << '"';
 }
 
-// The text that the host gives for an errno value.
-inline std::string hostText(int errorNumber) {
-  HostErrSType error{errorNumber};
-  ErrMsgStrType text;
-  HostGetErrMsg(&error, text, sizeof text);
-  return text;
-}
-
-// Recorded calls of one platform function.
-inline std::vector<seam::Call> callsOf(const std::vector<seam::Call>& calls,
-                                       std::string_view name) {
-  std::vector<seam::Call> result;
-  std::copy_if(calls.begin(), calls.end(), std::back_inserter(result),
-               [name](const seam::Call& call) { return call.name == name; });
-  return result;
-}
-
-// The arguments of a recorded call, one by one; commas within quotes do not part them.
-inline std::vector<std::string> argumentsOf(const seam::Call& call) {
-  std::vector<std::string> result;
-  std::string current;
-  bool inQuotes = false;
-  bool escaped = false;
-  for (const char c : call.arguments) {
-    if (c == '"' && !escaped) inQuotes = !inQuotes;
-    escaped = c == '\\' && !escaped;
-    if (c == ',' && !inQuotes) {
-      result.push_back(current);
-      current.clear();
-    } else if (!(c == ' ' && current.empty())) {
-      current.push_back(c);
-    }
-  }
-  if (!current.empty()) result.push_back(current);
-  return result;
-}
-
 inline std::string asText(std::string_view text) { return '"' + std::string(text) + '"'; }
 
-// A directory in memory where there is one: quick, and its files keep any time. Removed with all
-// that is in it.
-class MemoryDirectory {
+// A directory in memory where there is one: quick, and its files keep any time.
+class MemoryDirectory : public ScratchFolder {
  public:
-  MemoryDirectory() {
-    const char* parent = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : ".";
-    path_ = std::string(parent) + "/kvfile-test-XXXXXX";
-    EXPECT_NE(mkdtemp(path_.data()), nullptr);
-  }
-  ~MemoryDirectory() { std::filesystem::remove_all(path_); }
-  MemoryDirectory(const MemoryDirectory&) = delete;
-  MemoryDirectory& operator=(const MemoryDirectory&) = delete;
-
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
+  MemoryDirectory() : ScratchFolder(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : ".") {}
 };
 
 class PathTest : public ModuleTest {
@@ -120,10 +71,6 @@ class PathTest : public ModuleTest {
     return {ENOENT, hostText(ENOENT) + " : seed"};
   }
 
-  static void failCall(const std::string& function, int64_t errorNumber, int64_t at = 1) {
-    seam::addFault({function, at, false, seam::Fault::Kind::Error, errorNumber});
-  }
-
   // Makes the next `times` raises come back to the module.
   static void raisesComeBack(int times = 1) { letRaisesReturn(times); }
 
@@ -131,7 +78,7 @@ class PathTest : public ModuleTest {
   static void clearFaults() {
     EXPECT_EQ(raisesThatWillReturn(), 0) << "a raise was expected";
     letRaisesReturn(0);
-    seam::clearFaults();
+    kvtest::clearFaults();
   }
 
   void TearDown() override {

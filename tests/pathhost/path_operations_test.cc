@@ -102,15 +102,15 @@ TEST_F(PathOperations, MkdirHandsTheModeOnAsItStands) {
                                                     {smallInt(INT_MAX), "017777777777"},
                                                     {smallInt(INT_MIN), "-2147483648"},
                                                     {smallInt(-1), "-1"}}) {
-    failCall("HostCreateDirectory", EPERM);
+    fault("HostCreateDirectory:1:EPERM");
     const auto calls = callsDuring([&] {
       EXPECT_EQ(call("KvfMkdir", {KV_FILE, str("d"), row.first}), OOP_NIL);
     });
     clearFaults();
     const auto made = callsOf(calls, "HostCreateDirectory");
     ASSERT_EQ(made.size(), 1U);
-    EXPECT_EQ(argumentsOf(made[0]).front(), asText("d"));
-    EXPECT_EQ(argumentsOf(made[0]).back(), row.second);
+    EXPECT_EQ(made[0].arguments.front(), asText("d"));
+    EXPECT_EQ(made[0].arguments.back(), row.second);
   }
 }
 
@@ -171,10 +171,10 @@ TEST_F(Kinds, OfABlockDevice) {
 
 TEST_F(Kinds, ThatTheHostMayAnswerArePassedOn) {
   for (const int kind : {0, 1, 2, 3, 4, 5, 7, 8, 9}) {
-    seam::addFault({"HostFileType", 1, false, seam::Fault::Kind::Result, kind});
+    fault("HostFileType:1:result=" + std::to_string(kind));
     EXPECT_EQ(call("KvfFileKind", {KV_FILE, str("file")}), smallInt(kind));
     clearFaults();
-    seam::addFault({"HostFileType", 1, false, seam::Fault::Kind::Result, kind});
+    fault("HostFileType:1:result=" + std::to_string(kind));
     EXPECT_EQ(call("KvfIsDir", {KV_FILE, str("file")}), oopFromBool(kind == 1));
     clearFaults();
   }
@@ -202,7 +202,7 @@ class Expansion : public PathTest {
     *expanded = !callsOf(calls, "HostExpandFileName").empty();
     const auto made = callsOf(calls, function);
     EXPECT_EQ(made.size(), 1U) << action;
-    return made.empty() ? "" : argumentsOf(made[0]).front();
+    return made.empty() ? "" : made[0].arguments.front();
   }
 };
 
@@ -227,7 +227,7 @@ TEST_F(Expansion, IsAskedForWithTheWholeBuffer) {
     const auto calls = callsDuring([&] { act(action, {KV_FILE, str("real")}); });
     const auto expansions = callsOf(calls, "HostExpandFileName");
     ASSERT_EQ(expansions.size(), 1U);
-    const std::vector<std::string> args = argumentsOf(expansions[0]);
+    const std::vector<std::string>& args = expansions[0].arguments;
     ASSERT_EQ(args.size(), 5U);
     EXPECT_EQ(args[0], asText("real"));
     EXPECT_EQ(args[2], "4097");
@@ -305,7 +305,7 @@ TEST_F(PathOperations, SizeHandsNoTextBuffer) {
   const auto calls = callsDuring([&] { call("KvfSize", {KV_FILE, str("file")}); });
   const auto made = callsOf(calls, "HostFileExistSize");
   ASSERT_EQ(made.size(), 1U);
-  const std::vector<std::string> args = argumentsOf(made[0]);
+  const std::vector<std::string>& args = made[0].arguments;
   ASSERT_EQ(args.size(), 6U);
   EXPECT_EQ(args[4], "null");
   EXPECT_EQ(args[5], "0");
@@ -335,7 +335,7 @@ TEST_F(PathOperations, MakeTheHostCallOnceWithTheOneFlag) {
   const auto calls = callsDuring([&] { call("KvfUnlink", {KV_FILE, str("a")}); });
   const auto made = callsOf(calls, "HostRemoveSingleFile");
   ASSERT_EQ(made.size(), 1U);
-  const std::vector<std::string> args = argumentsOf(made[0]);
+  const std::vector<std::string>& args = made[0].arguments;
   ASSERT_EQ(args.size(), 3U);
   EXPECT_EQ(args[0], asText("a"));
   EXPECT_EQ(args[1], "1");
@@ -345,7 +345,7 @@ TEST_F(PathOperations, AskForTheHostsTextOnlyAfterAFailure) {
   const auto failing = callsDuring([&] { call("KvfRmdir", {KV_FILE, str("gone")}); });
   const auto texts = callsOf(failing, "HostGetErrMsg");
   ASSERT_EQ(texts.size(), 1U);
-  EXPECT_EQ(argumentsOf(texts[0]).back(), "2048");
+  EXPECT_EQ(texts[0].arguments.back(), "2048");
   writeFile("a", "x");
   const auto succeeding = callsDuring([&] {
     call("KvfSize", {KV_FILE, str("a")});

@@ -46,21 +46,21 @@ TEST_F(SocketSettings, HandTheNameAndA256ByteText) {
   const auto asking =
       callsOf(callsDuring([&] { get(str("name")); }), "KciSupFetchKciSocketBufSize");
   ASSERT_EQ(asking.size(), 1U);
-  EXPECT_EQ(argumentsOf(asking[0]), (std::vector<std::string>{asText("name"), "ptr", "256"}));
+  EXPECT_EQ(asking[0].arguments, (std::vector<std::string>{asText("name"), "ptr", "256"}));
   const auto setting =
       callsOf(callsDuring([&] { set(str("name"), smallInt(2)); }), "KciSupSetKciSocketBufSize");
   ASSERT_EQ(setting.size(), 1U);
-  EXPECT_EQ(argumentsOf(setting[0]), (std::vector<std::string>{asText("name"), "2", "ptr", "256"}));
+  EXPECT_EQ(setting[0].arguments, (std::vector<std::string>{asText("name"), "2", "ptr", "256"}));
 }
 
 TEST_F(SocketSettings, AcceptTheEvenSizesFrom2To2147483646) {
   for (const int64 size : {int64{2}, int64{4}, int64{INT_MAX} - 1}) {
-    seam::addFault({"KciSupSetKciSocketBufSize", 1, false, seam::Fault::Kind::Result, 1});
+    fault("KciSupSetKciSocketBufSize:1:result=1");
     const auto calls =
         callsDuring([&] { EXPECT_EQ(set(str(SEND), smallInt(size)), OOP_TRUE) << size; });
     const auto made = callsOf(calls, "KciSupSetKciSocketBufSize");
     ASSERT_EQ(made.size(), 1U);
-    EXPECT_EQ(argumentsOf(made[0])[1], std::to_string(size));
+    EXPECT_EQ(made[0].arguments[1], std::to_string(size));
     clearFaults();
   }
 }
@@ -134,15 +134,15 @@ TEST_F(SocketSettings, AnswerTheHostsTextForNamesThatItDoesNotKnow) {
 }
 
 TEST_F(SocketSettings, FailureWithoutATextIsTheEmptyString) {
-  seam::addFault({"KciSupFetchKciSocketBufSize", 1, false, seam::Fault::Kind::Result, -1});
+  fault("KciSupFetchKciSocketBufSize:1:result=-1");
   expectText(get(str(SEND)), "");
-  seam::addFault({"KciSupSetKciSocketBufSize", 1, false, seam::Fault::Kind::Result, 0});
+  fault("KciSupSetKciSocketBufSize:1:result=0");
   expectText(set(str(SEND), smallInt(2)), "");
 }
 
 TEST_F(SocketSettings, OnlyMinusOneIsAFailure) {
   for (const int64 size : {int64{0}, int64{-2}, int64{INT_MAX}, int64{INT_MIN}}) {
-    seam::addFault({"KciSupFetchKciSocketBufSize", 1, false, seam::Fault::Kind::Result, size});
+    fault("KciSupFetchKciSocketBufSize:1:result=" + std::to_string(size));
     EXPECT_EQ(get(str(SEND)), smallInt(size));
     clearFaults();
   }

@@ -52,14 +52,14 @@ TEST_F(VersionParameter, PassesAnyIdOfThirtyTwoBitsOn) {
     const auto calls = callsDuring([&] { EXPECT_EQ(ask(smallInt(id)), OOP_NIL) << id; });
     const auto asked = callsOf(calls, "VerGetVersionParam");
     ASSERT_EQ(asked.size(), 1U);
-    EXPECT_EQ(argumentsOf(asked[0]).front(), std::to_string(id));
+    EXPECT_EQ(asked[0].arguments.front(), std::to_string(id));
     EXPECT_EQ(takeSlot(), (ClassError{earlier.code, "VerGetVersionParam failed"}));
   }
 }
 
 TEST_F(VersionParameter, FailureKeepsTheEarlierCode) {
   const ClassError earlier = seedSlot();
-  seam::addFault({"VerGetVersionParam", 1, false, seam::Fault::Kind::Result, 0});
+  fault("VerGetVersionParam:1:result=0");
   EXPECT_EQ(ask(smallInt(VER_INFO_OS_NAME)), OOP_NIL);
   EXPECT_EQ(takeSlot(), (ClassError{earlier.code, "VerGetVersionParam failed"}));
 }

@@ -2,6 +2,7 @@
 """Tests the tests: breaks the module in one place at a time and expects the tests to notice.
 
   plant.py WORK [NUMBER...]    WORK is a folder to build in; it receives a copy of the tree
+  plant.py --check             only sees that each fault can still be planted
 
 Each fault is built into the copy, and the test programs run until one fails. A fault that no test
 notices is reported, and makes the exit code 1. All of them take about five minutes on two cores.
@@ -97,6 +98,8 @@ FAULTS = [
     ("framework/raise.cc", "errnum >= 4000 && errnum <= 4999", "errnum >= 4100 && errnum <= 4999", "4000 is not fatal"),
     ("framework/arguments.cc", "if (count > KvfPath::MAX_UTF8_BYTES) {", "if (count >= KvfPath::MAX_UTF8_BYTES) {",
      "a path of 4095 bytes is refused"),
+    ("framework/arguments.cc", "if (converted != OOP_NIL) KciReleaseOops(&converted, 1);", "",
+     "a converted path is not released"),
     ("framework/arguments.cc", "if (info.size > capacity) {", "if (info.size > capacity + 1) {",
      "a string that fills its buffer passes"),
     ("framework/class_error.cc", "classErrorCode = EINVAL;", "", "an installed text has no code"),
@@ -202,9 +205,18 @@ def plant(copy, fault):
         path.write_text(sound)
 
 
+def misplaced():
+    """The faults whose text does not stand exactly once in its file."""
+    return [f"{file}: {text!r}" for file, text, _, _ in FAULTS
+            if (ROOT / "src" / file).read_text().count(text) != 1]
+
+
 def main():
     if len(sys.argv) < 2:
         sys.exit(__doc__)
+    if sys.argv[1:] == ["--check"]:
+        stale = misplaced()
+        sys.exit("\n".join(["these cannot be planted:", *stale]) if stale else 0)
     chosen = [int(n) for n in sys.argv[2:]] or range(1, len(FAULTS) + 1)
     copy = prepare(Path(sys.argv[1]).resolve())
     wrong = 0

@@ -86,13 +86,13 @@ TEST_F(DirectReading, TheEndIsZeroAndStillARead) {
 TEST_F(DirectReading, AFailureAnswersItsCountAndLosesTheBufferedPart) {
   KvFileDataSType* record = openPlainWith("abcdef", "r");
   EXPECT_EQ(readThroughBuffer(record, 4), "abcd");
-  failCall("HostReadFile_", EIO);
+  fault("HostReadFile_:1:EIO");
   readDirectly(record, 9, &result_);
   EXPECT_EQ(result_, -1);
   EXPECT_EQ(failureOf(record), hostFailure(EIO));
   EXPECT_EQ(record->bufBytesAvail(), 0);
   EXPECT_EQ(record->nextOsReadPos, 6);
-  interruptCall("HostReadFile_");
+  fault("HostReadFile_:1:interrupt");
   readDirectly(record, 9, &result_);
   EXPECT_EQ(result_, -2);
 }
@@ -138,10 +138,10 @@ TEST_F(DirectReading, SingleBytesComeFromTheHostThoughSomeAreBuffered) {
 
 TEST_F(DirectReading, EveryFailureOfASingleByteIsMinusOne) {
   KvFileDataSType* record = openPlainWith("abc", "r");
-  failCall("HostReadFile_", EIO);
+  fault("HostReadFile_:1:EIO");
   EXPECT_EQ(record->kvfgetc(), -1);
   EXPECT_EQ(failureOf(record), hostFailure(EIO));
-  interruptCall("HostReadFile_");
+  fault("HostReadFile_:1:interrupt");
   EXPECT_EQ(record->kvfgetc(), -1);
 }
 

@@ -56,14 +56,14 @@ TEST_F(EndOfFile, ASeenEndCountsBeforeBytesThatAreLeft) {
 
 TEST_F(EndOfFile, AReadErrorPassesForTheEnd) {
   KvFileDataSType* fresh = openPlainWith("abc", "r");
-  failCall("HostReadFile_", EIO);
+  fault("HostReadFile_:1:EIO");
   EXPECT_EQ(ask(fresh, &traffic_), OOP_TRUE);
   EXPECT_EQ(failureOf(fresh), hostFailure(EIO));
 
   KvFileDataSType* read = openPlainWith("abc", "r");
   EXPECT_EQ(readThroughBuffer(read, 3), "abc");
-  seam::clearFaults();
-  failCall("HostReadFile_", EIO);
+  clearFaults();
+  fault("HostReadFile_:1:EIO");
   EXPECT_EQ(ask(read, &traffic_), OOP_TRUE);
   EXPECT_EQ(read->lastReadEof, FALSE);
 }
@@ -71,15 +71,14 @@ TEST_F(EndOfFile, AReadErrorPassesForTheEnd) {
 TEST_F(EndOfFile, AnInterruptAfterAReadIsNotTheEnd) {
   KvFileDataSType* record = openPlainWith("abc", "r");
   EXPECT_EQ(readThroughBuffer(record, 3), "abc");
-  interruptCall("HostReadFile_");
+  fault("HostReadFile_:1:interrupt");
   EXPECT_EQ(ask(record, &traffic_), OOP_FALSE);
   EXPECT_EQ(traffic_, (Traffic{"lseek(0, SEEK_CUR)", "HostReadFile_(4096)"})) << "asked once";
 }
 
 TEST_F(EndOfFile, WithNothingReadAnInterruptIsTriedAgain) {
   KvFileDataSType* record = openPlainWith("abc", "r");
-  for (const int64_t at : {1, 2, 3})
-    seam::addFault({"HostReadFile_", at, false, seam::Fault::Kind::Interrupt, 0});
+  for (const int64_t at : {1, 2, 3}) fault("HostReadFile_:" + std::to_string(at) + ":interrupt");
   EXPECT_EQ(ask(record, &traffic_), OOP_FALSE);
   EXPECT_EQ(std::count(traffic_.begin(), traffic_.end(), "HostReadFile_(4096)"), 4);
 }

@@ -27,7 +27,7 @@ class EndOfLine : public RecordTest {
 
   // Makes the next host reads deliver at most `count` bytes each.
   static void shortReads(int64_t count) {
-    seam::addFault({"HostReadFile_", 1, true, seam::Fault::Kind::Short, count});
+    fault("HostReadFile_:1+:short=" + std::to_string(count));
   }
 };
 
@@ -115,14 +115,14 @@ TEST_F(EndOfLine, TheTextOfTheEndIsStoredOnceInALifetime) {
 
 TEST_F(EndOfLine, AFailedReadIsAFailure) {
   KvFileDataSType* record = openPlainWith("abc", "r");
-  failCall("HostReadFile_", EIO);
+  fault("HostReadFile_:1:EIO");
   EXPECT_EQ(scan(record, "\n").found, -1);
   EXPECT_EQ(failureOf(record), hostFailure(EIO));
 }
 
 TEST_F(EndOfLine, AnInterruptIsPassedUp) {
   KvFileDataSType* record = openPlainWith("abc", "r");
-  interruptCall("HostReadFile_");
+  fault("HostReadFile_:1:interrupt");
   EXPECT_EQ(scan(record, "\n", true).found, -2);
   EXPECT_EQ(scan(record, "\n", true), (Scan{0, "abc"}));
 }
@@ -131,9 +131,9 @@ TEST_F(EndOfLine, AnEarlierEndTurnsAnInterruptIntoAFailure) {
   KvFileDataSType* record = openPlainWith("", "r");
   record->readIntoBuffer(1, "");
   ASSERT_EQ(record->lastReadEof, TRUE);
-  interruptCall("HostReadFile_");
+  fault("HostReadFile_:1:interrupt");
   EXPECT_EQ(scan(record, "\n", true).found, -1);
-  interruptCall("HostReadFile_");
+  fault("HostReadFile_:1:interrupt");
   EXPECT_EQ(scan(record, "\n", false).found, -2);
 }
 

@@ -71,12 +71,12 @@ TEST_F(ErrorState, AnEmptyTextUsesUpTheOneBuffer) {
 
 TEST_F(ErrorState, WithoutMemoryTheCodeStandsAlone) {
   KvFileDataSType* record = adopt(nullptr, nullptr, false, "r");
-  refuseMemory();
+  fault("UtlMalloc:1:nomem");
   record->storeErrorString("lost");
   EXPECT_EQ(record->errString, nullptr);
 
-  seam::clearFaults();
-  refuseMemory();
+  clearFaults();
+  fault("UtlMalloc:1:nomem");
   record->errCode = EIO;
   record->getErrorString();
   EXPECT_EQ(record->errString, nullptr);
@@ -98,7 +98,7 @@ TEST_F(ErrorState, StoreErrnoTakesTheErrnoOfTheFailingCall) {
 
 TEST_F(ErrorState, ErrnoSurvivesTheAllocationOfTheText) {
   KvFileDataSType* record = adopt(nullptr, nullptr, false, "r");
-  refuseMemory();
+  fault("UtlMalloc:1:nomem");
   errno = ENOSPC;
   record->storeErrno();
   EXPECT_EQ(failureOf(record), (Failure{ENOSPC, 0, ""})) << "not the allocator's ENOMEM";

@@ -22,7 +22,7 @@ TEST_F(Flush, WithSyncWaitsForTheDisk) {
 
 TEST_F(Flush, AFailureOfTheStreamSkipsTheSync) {
   KvFileDataSType* record = openPlain("plain", "w");
-  failCall("fflush", ENOSPC);
+  fault("fflush:1:ENOSPC");
   int status = 0;
   const auto calls = callsDuring([&] { status = record->kvfflush(TRUE); });
   EXPECT_EQ(status, EOF);
@@ -32,7 +32,7 @@ TEST_F(Flush, AFailureOfTheStreamSkipsTheSync) {
 
 TEST_F(Flush, AFailureOfTheSyncIsAFailure) {
   KvFileDataSType* record = openPlain("plain", "w");
-  failCall("fsync", EIO);
+  fault("fsync:1:EIO");
   EXPECT_EQ(record->kvfflush(TRUE), -1);
   EXPECT_EQ(failureOf(record), hostFailure(EIO));
 }
@@ -104,7 +104,7 @@ TEST_F(Close, Twice) {
 
 TEST_F(Close, AFailedCloseStillDropsTheStream) {
   KvFileDataSType* record = openPlainWith("abc", "r");
-  failCall("fclose", EIO);
+  fault("fclose:1:EIO");
   EXPECT_EQ(record->kvfClose(), EOF);
   EXPECT_EQ(failureOf(record), hostFailure(EIO));
   EXPECT_EQ(record->fPtr, nullptr);
@@ -176,7 +176,7 @@ TEST_F(Close, AFreshStandardOutputGetsNone) {
 TEST_F(Close, AFailedNewlineCountsAsWritten) {
   KvFileDataSType* record = adopt(stdout, nullptr, true, "a");
   record->lastPutcWasEoln = FALSE;
-  failCall("fwrite", EIO);
+  fault("fwrite:1:EIO");
   EXPECT_EQ(record->kvfClose(), 0);
   EXPECT_EQ(record->lastPutcWasEoln, TRUE);
   EXPECT_EQ(failureOf(record), NO_FAILURE);

@@ -22,7 +22,7 @@ TEST_F(LifeCycle, AllocationAsksForOneRecord) {
 }
 
 TEST_F(LifeCycle, AllocationAnswersNullWithoutMemory) {
-  refuseMemory(true);
+  fault("UtlMalloc:1+:nomem");
   EXPECT_EQ(KvFileDataSType::allocate(), nullptr);
   EXPECT_EQ(KvFileErrStrType::allocate(), nullptr);
 }

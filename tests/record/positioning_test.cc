@@ -96,7 +96,7 @@ TEST_F(HostPosition, TellAsksTheHostAndKeepsTheBuffer) {
   EXPECT_EQ(fileTraffic(calls), Traffic{"lseek(0, SEEK_CUR)"});
   EXPECT_EQ(failureOf(record), NO_FAILURE);
   EXPECT_EQ(positionsOf(record), (Positions{2, 6, 4}));
-  failCall("lseek", ESPIPE);
+  fault("lseek:1:ESPIPE");
   EXPECT_EQ(record->kvftell(), -1);
   EXPECT_EQ(failureOf(record), (Failure{ESPIPE, 0, ""})) << "the one text was used before";
 }
@@ -246,7 +246,7 @@ TEST_F(Seek, FromTheEndTakesThePositionFromTheHost) {
 
 TEST_F(Seek, FromTheEndFailsWithItsSecondCallToo) {
   KvFileDataSType* record = openPlainWith("abcdef", "r");
-  failCall("lseek", EIO, 2);
+  fault("lseek:2:EIO");
   EXPECT_EQ(doSeek(record, 0, 2), -1);
   EXPECT_EQ(failureOf(record), hostFailure(EIO));
   EXPECT_EQ(record->nextOsReadPos, 0);
@@ -277,7 +277,7 @@ TEST_F(Seek, FromTheEndOfAGzipFileFailsWithoutATrace) {
 TEST_F(Seek, AfterAFailureTheBufferIsGone) {
   KvFileDataSType* record = openPlainWith("abcdef", "r+");
   EXPECT_EQ(readThroughBuffer(record, 2), "ab");
-  failCall("lseek", EIO);
+  fault("lseek:1:EIO");
   EXPECT_EQ(doSeek(record, 3, 0), -1);
   EXPECT_EQ(failureOf(record), hostFailure(EIO));
   EXPECT_EQ(record->lastOpWasRead, 0);

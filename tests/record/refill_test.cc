@@ -25,7 +25,7 @@ TEST_F(Reading, DeliversTheCountAndClearsAnEarlierFailure) {
 
 TEST_F(Reading, ANegativeCountIsAFailureWithErrno) {
   KvFileDataSType* record = openPlainWith("abcdef", "r");
-  failCall("HostReadFile_", EIO);
+  fault("HostReadFile_:1:EIO");
   ByteType bytes[4];
   EXPECT_EQ(record->kvfread(bytes, 4), -1);
   EXPECT_EQ(failureOf(record), hostFailure(EIO));
@@ -34,7 +34,7 @@ TEST_F(Reading, ANegativeCountIsAFailureWithErrno) {
 
 TEST_F(Reading, AnInterruptIsPassedUpAndLeavesACodeLikeAnyFailure) {
   KvFileDataSType* record = openPlainWith("abcdef", "r");
-  interruptCall("HostReadFile_");
+  fault("HostReadFile_:1:interrupt");
   errno = EINTR;
   ByteType bytes[4];
   EXPECT_EQ(record->kvfread(bytes, 4), -2);
@@ -68,15 +68,15 @@ TEST_F(Reading, GzipDeliversDecompressedBytesToTheEnd) {
 TEST_F(Reading, AHugeGzipRequestIsClampedAndReportedUnclamped) {
   writeGzip("packed", "abcdef");
   KvFileDataSType* record = openGzip("packed", "rb");
-  answerCall("gzread", 2147483647);
+  fault("gzread:1:result=2147483647");
   ByteType byte = 0;
   ssize_t count = 0;
   const auto calls = callsDuring([&] { count = record->kvfread(&byte, 0x80000005U); });
   EXPECT_EQ(fileTraffic(calls), Traffic{"gzread(2147483647)"});
   EXPECT_EQ(count, 0x80000005);
 
-  seam::clearFaults();
-  answerCall("gzread", 2147483646);
+  clearFaults();
+  fault("gzread:1:result=2147483646");
   EXPECT_EQ(record->kvfread(&byte, 0x80000005U), 2147483646);
 }
 
@@ -144,7 +144,7 @@ TEST_F(Refill, AtTheFrontOfTheBufferMovesNothing) {
 
 TEST_F(Refill, ReadsAtMostOnceHoweverLittleComes) {
   KvFileDataSType* record = openPlainWith("abcdefgh", "r");
-  seam::addFault({"HostReadFile_", 1, true, seam::Fault::Kind::Short, 3});
+  fault("HostReadFile_:1+:short=3");
   EXPECT_EQ(record->readIntoBuffer(8, ""), 3);
   EXPECT_EQ(positionsOf(record), (Positions{0, 3, 3}));
   EXPECT_EQ(record->readIntoBuffer(8, ""), 6);
@@ -186,19 +186,19 @@ TEST_F(Refill, TheEndIsRememberedThroughALaterRefill) {
 
 TEST_F(Refill, AFailureWithNothingBufferedForgetsTheBuffer) {
   KvFileDataSType* record = openPlainWith("ab", "r");
-  failCall("HostReadFile_", EIO);
+  fault("HostReadFile_:1:EIO");
   EXPECT_EQ(record->readIntoBuffer(1, ""), -1);
   EXPECT_EQ(record->lastOpWasRead, -1);
   EXPECT_EQ(failureOf(record), hostFailure(EIO));
   EXPECT_EQ(positionsOf(record), (Positions{0, 0, 0}));
-  seam::clearFaults();
+  clearFaults();
   EXPECT_EQ(readThroughBuffer(record, 2), "ab") << "the next refill is as good as ever";
 }
 
 TEST_F(Refill, AFailureWithBytesBufferedAnswersThose) {
   KvFileDataSType* record = openPlainWith("abc", "r");
   record->readIntoBuffer(1, "");
-  failCall("HostReadFile_", EIO);
+  fault("HostReadFile_:1:EIO");
   EXPECT_EQ(record->readIntoBuffer(9, ""), 3);
   EXPECT_EQ(record->lastOpWasRead, 1);
   EXPECT_EQ(failureOf(record), hostFailure(EIO)) << "the code tells of it all the same";
@@ -207,12 +207,12 @@ TEST_F(Refill, AFailureWithBytesBufferedAnswersThose) {
 
 TEST_F(Refill, AnInterruptIsPassedUpOnlyWithNothingBuffered) {
   KvFileDataSType* record = openPlainWith("abc", "r");
-  interruptCall("HostReadFile_");
+  fault("HostReadFile_:1:interrupt");
   EXPECT_EQ(record->readIntoBuffer(1, ""), -2);
   EXPECT_EQ(record->lastOpWasRead, -1);
-  seam::clearFaults();
+  clearFaults();
   EXPECT_EQ(record->readIntoBuffer(1, ""), 3);
-  interruptCall("HostReadFile_");
+  fault("HostReadFile_:1:interrupt");
   EXPECT_EQ(record->readIntoBuffer(9, ""), 3);
   EXPECT_EQ(record->lastOpWasRead, 1);
 }
@@ -302,8 +302,8 @@ TEST_F(Refill, ClearsTheIndicatorsOfTheStreamFirst) {
 
 TEST_F(Refill, AnErrorIsToldOnceAndItsCodeEachTime) {
   KvFileDataSType* record = openPlainWith("abc", "r");
-  failCall("HostReadFile_", EIO);
-  failCall("HostReadFile_", ENXIO, 2);
+  fault("HostReadFile_:1:EIO");
+  fault("HostReadFile_:2:ENXIO");
   EXPECT_EQ(record->readIntoBuffer(1, ""), -1);
   EXPECT_EQ(failureOf(record), hostFailure(EIO));
   EXPECT_EQ(record->readIntoBuffer(1, ""), -1);

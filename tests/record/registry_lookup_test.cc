@@ -249,7 +249,7 @@ TEST_F(Registry, AFailedCloseOfTheOldStreamLeavesItsTextOnly) {
   writeFile("plain", "abc");
   const OopType file = openFile("plain", "r");
   KvFileDataSType* record = recordOf(file);
-  failCall("fclose", EIO);
+  fault("fclose:1:EIO");
   EXPECT_EQ(call("KvfOpen", {file, str("plain"), str("r"), OOP_FALSE}), smallInt(2));
   EXPECT_EQ(failureOf(record), (Failure{0, 0, hostText(EIO)}));
   EXPECT_EQ(record->isOpen(), TRUE);
@@ -284,7 +284,7 @@ TEST_F(Registry, WithoutMemoryNothingIsRegistered) {
   LookUp look;
   look.file = kvhost::newKvFile();
   look.stream = std::tmpfile();
-  refuseMemory();
+  fault("UtlMalloc:1:nomem");
   expectRaised(runNew(&look), 2208, {});
   EXPECT_EQ(seam::faultsFired(), 1);
   EXPECT_EQ(count(), smallInt(0));
@@ -298,7 +298,7 @@ TEST_F(Registry, ShouldARaiseComeBackTheAnswerIsNil) {
   look.file = kvhost::newKvFile();
   look.stream = std::tmpfile();
   letRaisesReturn(6);
-  refuseMemory();
+  fault("UtlMalloc:1:nomem");
   EXPECT_EQ(runNew(&look).value, OOP_NIL);
   look.stream = std::tmpfile();
   look.record = reinterpret_cast<KvFileDataSType*>(&look);

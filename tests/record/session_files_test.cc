@@ -13,7 +13,7 @@ class SessionFiles : public RecordTest {
     writeFile("plain", "abc");
   }
   void TearDown() override {
-    seam::clearFaults();
+    clearFaults();
     kvhost::sessionSelect(session_);
     RecordTest::TearDown();
   }
@@ -66,7 +66,7 @@ TEST_F(SessionFiles, CloseAllClosesAndKeepsTheRecords) {
 TEST_F(SessionFiles, AFailedCloseIsLeftInItsRecordAndTheOthersAreClosed) {
   const OopType first = openFile("plain", "r");
   const OopType second = openFile("plain", "r");
-  failCall("fclose", EIO);
+  fault("fclose:1:EIO");
   EXPECT_EQ(closeAll(), kvhost::CLASS_KV_FILE);
   EXPECT_EQ(isOpen(first), OOP_FALSE);
   EXPECT_EQ(isOpen(second), OOP_FALSE);
@@ -173,7 +173,7 @@ TEST_F(SessionFiles, AnEmptyArrayIsFinalised) { EXPECT_EQ(finalize({}), OOP_TRUE
 
 TEST_F(SessionFiles, ANegativeCountEndsTheFinalising) {
   const OopType file = openFile("plain", "r");
-  answerCall("KciFetchOops", -1);
+  fault("KciFetchOops:1:result=-1");
   EXPECT_EQ(finalize({identifier(file)}), OOP_TRUE);
   EXPECT_EQ(isOpen(file), OOP_TRUE);
 }
@@ -245,7 +245,7 @@ TEST_F(SessionFiles, ShutdownDeletesAnEntryWithoutARecord) {
 TEST_F(SessionFiles, ShutdownGoesOnBehindAFailedClose) {
   const int descriptors = openDescriptorCount();
   openFile("plain", "r");
-  failCall("fclose", EIO);
+  fault("fclose:1:EIO");
   KvfShutdown(session_);
   EXPECT_EQ(KciSupGetKvfileOopMap(session_), nullptr);
   EXPECT_EQ(openDescriptorCount(), descriptors);

@@ -129,7 +129,7 @@ TEST_F(Writing, ABinaryAppendAndReadFileWithReadAheadRefusesTheWrite) {
 TEST_F(Writing, AFailedRepositioningWritesNothing) {
   KvFileDataSType* record = openPlainWith("abcdef", "r+");
   EXPECT_EQ(readThroughBuffer(record, 2), "ab");
-  failCall("lseek", EOVERFLOW);
+  fault("lseek:1:EOVERFLOW");
   EXPECT_EQ(write(record, "Z"), -1);
   EXPECT_EQ(failureOf(record), hostFailure(EOVERFLOW));
   EXPECT_EQ(readFile("plain"), "abcdef");
@@ -137,7 +137,7 @@ TEST_F(Writing, AFailedRepositioningWritesNothing) {
 
 TEST_F(Writing, AFailedWriteAnswersItsCountAndErrno) {
   KvFileDataSType* record = openPlain("plain", "w");
-  failCall("HostWriteFile_", ENOSPC);
+  fault("HostWriteFile_:1:ENOSPC");
   EXPECT_EQ(write(record, "abc\n"), -1);
   EXPECT_EQ(failureOf(record), hostFailure(ENOSPC));
   EXPECT_EQ(record->lastPutcWasEoln, TRUE) << "told from what was to be written";
@@ -145,7 +145,7 @@ TEST_F(Writing, AFailedWriteAnswersItsCountAndErrno) {
 
 TEST_F(Writing, AShortWriteIsPassedOn) {
   KvFileDataSType* record = openPlain("plain", "w");
-  seam::addFault({"HostWriteFile_", 1, false, seam::Fault::Kind::Short, 2});
+  fault("HostWriteFile_:1:short=2");
   EXPECT_EQ(write(record, "abc"), 2);
   EXPECT_EQ(failureOf(record), NO_FAILURE);
 }
@@ -168,14 +168,14 @@ TEST_F(Writing, OfGzipOnAHandleForReadingAnswersZeroWithoutATrace) {
 
 TEST_F(Writing, AFailedGzipWriteIsZeroAndNoFailure) {
   KvFileDataSType* record = openGzip("packed", "wb");
-  answerCall("gzwrite", 0);
+  fault("gzwrite:1:result=0");
   EXPECT_EQ(write(record, "abc"), 0);
   EXPECT_EQ(failureOf(record), NO_FAILURE);
 }
 
 TEST_F(Writing, ANegativeGzipCountIsAFailure) {
   KvFileDataSType* record = openGzip("packed", "wb");
-  answerCall("gzwrite", -1);
+  fault("gzwrite:1:result=-1");
   EXPECT_EQ(write(record, "abc"), -1);
   EXPECT_EQ(failureOf(record), NO_FAILURE) << "and tells no more than zlib does";
 }
@@ -198,7 +198,7 @@ TEST_F(Writing, AHugeGzipWriteIsClamped) {
   bytes[SIZE - 1] = '\n';
   KvFileDataSType* record = openGzip("packed", "wb");
   record->lastPutcWasEoln = FALSE;
-  answerCall("gzwrite", 2147483647);
+  fault("gzwrite:1:result=2147483647");
   ssize_t count = 0;
   const auto calls = callsDuring([&] { count = record->kvfwrite(bytes, SIZE); });
   EXPECT_EQ(fileTraffic(calls), Traffic{"gzwrite(2147483647)"});
@@ -234,7 +234,7 @@ TEST_F(Writing, OneByteClearsTheErrorOnlyWhereItRepositions) {
 
 TEST_F(Writing, AFailedWriteOfOneByteLeavesNoTrace) {
   KvFileDataSType* record = openPlain("plain", "w");
-  failCall("HostWriteFile_", ENOSPC);
+  fault("HostWriteFile_:1:ENOSPC");
   record->kvfputc('\n');
   EXPECT_EQ(failureOf(record), NO_FAILURE);
   EXPECT_EQ(record->lastPutcWasEoln, TRUE);
@@ -262,7 +262,7 @@ TEST_F(Writing, ATextGoesOutAsItStands) {
   EXPECT_EQ(record->lastPutcWasEoln, TRUE);
   record->kvfputs("");
   EXPECT_EQ(record->lastPutcWasEoln, TRUE);
-  failCall("HostWriteFile_", ENOSPC);
+  fault("HostWriteFile_:1:ENOSPC");
   record->kvfputs("12 ");
   EXPECT_EQ(failureOf(record), (Failure{5, 0, "kept"}));
 }

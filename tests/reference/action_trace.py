@@ -4,8 +4,12 @@ import os
 import pty
 import re
 import subprocess
-import tempfile
+import sys
 import threading
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).parents[1]))
+from support.scratch import ScratchFolder  # noqa: E402
 
 CALL = re.compile(r"^ *\d+  (\w+)\(")
 MARK = re.compile(r"^(begin|end) (\w+)$")
@@ -62,9 +66,9 @@ def on_terminal_at_last(command, typed, options):
 
 def trace_of(program, case):
     """Runs the case in a fresh directory."""
-    with tempfile.TemporaryDirectory() as folder:
+    with ScratchFolder() as folder:
         options = {"cwd": folder, "stdout": subprocess.DEVNULL, "stderr": subprocess.PIPE,
-                   "timeout": 120, "check": False,
+                   "timeout": 600, "check": False,
                    "env": {**os.environ, "HOME": folder, "TERM": "dumb"}}
         command = [program, "--trace", *case.arguments()]
         if case.typed is None:

@@ -15,6 +15,7 @@
 
 namespace {
 
+using seamtest::fault;
 using seamtest::SeamTest;
 using testing::HasSubstr;
 using testing::IsEmpty;

@@ -9,21 +9,15 @@
 
 namespace {
 
+using kvtest::fault;
+using kvtest::namesOf;
 using kvtest::smallInt;
 using testing::Contains;
 using testing::Each;
 using testing::IsEmpty;
 using testing::Not;
 
-class ModuleTrace : public kvtest::ModuleTest {
- protected:
-  void fault(const std::string& text) {
-    seam::Fault parsed;
-    std::string message;
-    ASSERT_TRUE(seam::parseFault(text, &parsed, &message)) << message;
-    seam::addFault(parsed);
-  }
-};
+using ModuleTrace = kvtest::ModuleTest;
 
 TEST_F(ModuleTrace, ShowsWhatOpeningAFileAsks) {
   kvtest::writeFile("f", "text");
@@ -64,11 +58,7 @@ TEST_F(ModuleTrace, SurvivesARaiseAtEveryCall) {
   kvtest::writeFile("f", "text");
   int64_t fired = 0;
   for (int64_t at = 1; at < 1000; at++) {
-    seam::Fault raise;
-    raise.kind = seam::Fault::Kind::Raise;
-    raise.at = at;
-    raise.value = 2101;
-    seam::addFault(raise);
+    fault("*:" + std::to_string(at) + ":raise=2101");
     const OopType arguments[] = {kvhost::CLASS_KV_FILE, str("."), OOP_FALSE};
     const std::vector<seam::Call> calls = callsDuring([&arguments] {
       const kvhost::Outcome outcome = kvhost::callAction("KvfDirectory", arguments, 3);

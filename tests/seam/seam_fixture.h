@@ -5,15 +5,19 @@
 
 #include "seam/seam.h"
 #include "seam/seam_calls.h"
+#include "support/faults.h"
+#include "support/scratch_folder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace seamtest {
+
+using kvtest::fault;
 
 // Names and results of calls, "lseek=3", in their order.
 inline std::vector<std::string> outline(const std::vector<seam::Call>& calls) {
@@ -27,9 +31,8 @@ class SeamTest : public testing::Test {
   void SetUp() override {
     kvhost::initialize();
     session_ = kvhost::sessionBegin();
-    std::string pattern = (std::filesystem::temp_directory_path() / "kvfile-seam-XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    directory_ = pattern;
+    scratch_.emplace();
+    directory_ = scratch_->path();
   }
 
   void TearDown() override {
@@ -37,21 +40,15 @@ class SeamTest : public testing::Test {
     seam::clearFaults();
     seam::stop();
     kvhost::sessionEnd(session_);
-    std::filesystem::remove_all(directory_);
+    scratch_.reset();
   }
 
   std::string path(const std::string& name) const { return directory_ + "/" + name; }
 
-  void fault(const std::string& text) {
-    seam::Fault parsed;
-    std::string message;
-    ASSERT_TRUE(seam::parseFault(text, &parsed, &message)) << message;
-    seam::addFault(parsed);
-  }
-
   std::string directory_;
 
  private:
+  std::optional<kvtest::ScratchFolder> scratch_;
   int session_ = 0;
 };
 

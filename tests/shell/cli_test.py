@@ -10,27 +10,28 @@ import select
 import signal
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).parents[1]))
+from support.scratch import ScratchFolder  # noqa: E402
 from support.tree import action_names, c_functions  # noqa: E402
 
 KVF = os.environ.get("KVF", "")
+PATIENCE = 300  # seconds, for a machine with much else to do
 
 
 class CommandLineTest(unittest.TestCase):
     """Each test has a directory of its own."""
 
     def setUp(self):
-        self.folder = tempfile.TemporaryDirectory()
+        self.folder = ScratchFolder()
         self.addCleanup(self.folder.cleanup)
         self.path = pathlib.Path(self.folder.name)
 
     def kvf(self, *arguments, stdin="", environment=None):
         return subprocess.run([KVF, *arguments], input=stdin, cwd=self.path, capture_output=True,
-                              text=True, timeout=60, check=False,
+                              text=True, timeout=PATIENCE, check=False,
                               env={**os.environ, **(environment or {})})
 
     def write(self, name, text):
@@ -128,7 +129,7 @@ class CommandLineTest(unittest.TestCase):
             process.stdin.write("(3 +\n4)\n")
             self.assertEqual(process.stdout.readline(), "7\n")
             process.stdin.close()
-            self.assertEqual(process.wait(60), 0)
+            self.assertEqual(process.wait(PATIENCE), 0)
 
     def test_memory_does_not_grow_with_the_script(self):
         def peak(count):
@@ -297,15 +298,15 @@ class CommandLineTest(unittest.TestCase):
             self.addCleanup(os.close, reader)
             process = subprocess.Popen([KVF, "check", "a.kvt"], cwd=self.path,
                                        env={**os.environ, "TMPDIR": str(temporary)})
-            self.assertTrue(select.select([reader], [], [], 60)[0], "nothing was replayed")
+            self.assertTrue(select.select([reader], [], [], PATIENCE)[0], "nothing was replayed")
             self.assertEqual(os.read(reader, 1), b"\n")
             self.assertEqual(len(list(temporary.iterdir())), 1)
             process.send_signal(number)
-            self.assertEqual(process.wait(60), -number)
+            self.assertEqual(process.wait(PATIENCE), -number)
             # Once nobody has the pipe open, the replay and the command that it ran are gone.
-            self.assertTrue(select.select([reader], [], [], 60)[0], "the replay goes on")
+            self.assertTrue(select.select([reader], [], [], PATIENCE)[0], "the replay goes on")
             self.assertEqual(os.read(reader, 1), b"")
-            end = time.monotonic() + 60
+            end = time.monotonic() + PATIENCE
             while list(temporary.iterdir()) and time.monotonic() < end:
                 time.sleep(0.01)
             self.assertEqual(list(temporary.iterdir()), [], number)
@@ -321,14 +322,14 @@ class CommandLineTest(unittest.TestCase):
     def test_an_unwritable_standard_output_is_reported(self):
         with open("/dev/full", "w", encoding="utf-8") as full:
             result = subprocess.run([KVF, "-e", "3"], stdout=full, stderr=subprocess.PIPE, text=True,
-                                    stdin=subprocess.DEVNULL, timeout=60, check=False)
+                                    stdin=subprocess.DEVNULL, timeout=PATIENCE, check=False)
         self.assertEqual(result.returncode, 1)
         self.assertIn("standard output cannot be written", result.stderr)
 
     def test_help_that_cannot_be_written_is_no_success(self):
         with open("/dev/full", "w", encoding="utf-8") as full:
             for option in ("--help", "--version"):
-                self.assertEqual(subprocess.run([KVF, option], stdout=full, timeout=60,
+                self.assertEqual(subprocess.run([KVF, option], stdout=full, timeout=PATIENCE,
                                                 stderr=subprocess.DEVNULL, check=False).returncode,
                                  1, option)
 
@@ -342,14 +343,14 @@ class CommandLineTest(unittest.TestCase):
         code = "f := KvFile new. KvfOpen(f, 'made', 'w', false). 'hello' displayNl"
         for redirection in ("<&-", ">&-", "2>&-", "<&- >&- 2>&-"):
             result = subprocess.run(["sh", "-c", f'exec "$0" -e "$1" {redirection}', KVF, code],
-                                    cwd=self.path, capture_output=True, timeout=60, check=False)
+                                    cwd=self.path, capture_output=True, timeout=PATIENCE, check=False)
             self.assertEqual(result.returncode, 1 if ">&-" in redirection.split("2>&-")[0] else 0)
             self.assertEqual((self.path / "made").read_bytes(), b"", redirection)
 
     def test_a_reader_that_goes_ends_an_endless_script(self):
         command = '"$0" -e "[true] whileTrue: [3 printNl]" | head -n 1; echo ${PIPESTATUS[0]}'
         result = subprocess.run(["bash", "-c", command, KVF], cwd=self.path, capture_output=True,
-                                text=True, timeout=60, check=False)
+                                text=True, timeout=PATIENCE, check=False)
         self.assertEqual((result.stdout, result.stderr), ("3\n141\n", ""))
 
     def test_a_write_to_a_pipe_without_a_reader_is_an_error_of_the_file(self):
@@ -362,14 +363,14 @@ class CommandLineTest(unittest.TestCase):
         while process.stdout.readline() != "1\n":
             pass
         os.close(reader)
-        output = process.communicate("go on\n", timeout=60)[0]
+        output = process.communicate("go on\n", timeout=PATIENCE)[0]
         self.assertEqual((process.returncode, output), (0, "0\nnil\n32\n"))
 
     def test_a_file_can_be_a_program(self):
         script = self.path / "program"
         script.write_text(f"#!/usr/bin/env -S {KVF} run\n3 + 4\n", encoding="utf-8")
         script.chmod(0o755)
-        result = subprocess.run([script], capture_output=True, text=True, timeout=60, check=False)
+        result = subprocess.run([script], capture_output=True, text=True, timeout=PATIENCE, check=False)
         self.assertEqual((result.returncode, result.stdout), (0, "7\n"))
 
 
@@ -383,7 +384,7 @@ class HostTest(unittest.TestCase):
     """Errors, files and time of the host that kvf runs in."""
 
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
+        folder = ScratchFolder()
         self.addCleanup(folder.cleanup)
         self.path = pathlib.Path(folder.name)
 
@@ -392,7 +393,7 @@ class HostTest(unittest.TestCase):
             for kind, value in limits:
                 resource.setrlimit(kind, (value, value))
         return subprocess.run([KVF, *arguments], cwd=self.path, capture_output=True, text=True,
-                              timeout=100, check=False, preexec_fn=limit)
+                              timeout=PATIENCE, check=False, preexec_fn=limit)
 
     def seconds(self, *arguments):
         """The processor time that a successful run takes."""
@@ -483,7 +484,7 @@ class Terminal:
             os.execve(KVF, [KVF, *arguments], environment)
         self.seen = ""
 
-    def expect(self, text, seconds=20):
+    def expect(self, text, seconds=PATIENCE):
         """Reads until `text` has appeared; answers what came up to its end."""
         end = time.monotonic() + seconds
         while text not in self.seen:
@@ -503,6 +504,14 @@ class Terminal:
 
     def send(self, text):
         os.write(self.descriptor, text.encode())
+
+    def wait_until_it_waits(self):
+        """Until the process sleeps, and so is where it can be interrupted."""
+        end = time.monotonic() + PATIENCE
+        while pathlib.Path(f"/proc/{self.pid}/stat").read_text().rpartition(")")[2].split()[0] != "S":
+            if time.monotonic() > end:
+                raise AssertionError("it never waited")
+            time.sleep(0.01)
 
     def exit_code(self):
         """Reads to the end and waits."""
@@ -524,7 +533,7 @@ class Terminal:
 class InteractiveTest(unittest.TestCase):
 
     def setUp(self):
-        self.folder = tempfile.TemporaryDirectory()
+        self.folder = ScratchFolder()
         self.addCleanup(self.folder.cleanup)
         self.path = pathlib.Path(self.folder.name)
 
@@ -673,7 +682,7 @@ class InteractiveTest(unittest.TestCase):
         terminal.expect("kvf> ")
         terminal.send("'reading' displayNl. KvfGetC(f)\r")
         terminal.expect("\nreading\r\n")
-        time.sleep(0.3)
+        terminal.wait_until_it_waits()
         terminal.send("\x03")
         terminal.expect("-2\r\n")
         terminal.expect("kvf> ")
@@ -686,7 +695,7 @@ class InteractiveTest(unittest.TestCase):
             terminal.send("'opening' displayNl. KvfOpen(KvFile new, 'pipe', 'r', "
                           f"{compressed})\r")
             terminal.expect("\nopening\r\n")
-            time.sleep(0.3)
+            terminal.wait_until_it_waits()
             terminal.send("\x03")
             terminal.expect("nil\r\n")
             terminal.expect("kvf> ")

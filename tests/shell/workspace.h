@@ -8,11 +8,13 @@
 #include "parser.h"
 #include "printer.h"
 #include "runner.h"
+#include "support/scratch_folder.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <sstream>
 
 namespace shell {
@@ -25,17 +27,16 @@ class WorkspaceTest : public testing::Test {
       ASSERT_TRUE(KvfUserActionInit());
       ASSERT_TRUE(KvfPassiveObjActionInit());
     }
-    directory_ = (std::filesystem::temp_directory_path() / "kvf-test-XXXXXX").string();
-    ASSERT_NE(mkdtemp(directory_.data()), nullptr);
+    scratch_.emplace();
     before_ = std::filesystem::current_path();
-    std::filesystem::current_path(directory_);
+    std::filesystem::current_path(scratch_->path());
     interpreter_ = std::make_unique<Interpreter>(out_);
   }
 
   void TearDown() override {
     interpreter_.reset();
     std::filesystem::current_path(before_);
-    std::filesystem::remove_all(directory_);
+    scratch_.reset();
   }
 
   // The printed answer of the last statement, or the text of the error that ended it.
@@ -56,7 +57,7 @@ class WorkspaceTest : public testing::Test {
   std::unique_ptr<Interpreter> interpreter_;
 
  private:
-  std::string directory_;
+  std::optional<kvtest::ScratchFolder> scratch_;
   std::filesystem::path before_;
 };
 

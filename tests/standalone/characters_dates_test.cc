@@ -1,6 +1,8 @@
 // Character objects and dates.
 #include <kvfile/kvhost.h>
 
+#include "support/host_errors.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -9,11 +11,7 @@
 
 namespace {
 
-int pendingNumber() {
-  KciErrSType error;
-  error.initialize();
-  return KciErr(&error) != FALSE ? error.number : 0;
-}
+using kvtest::pendingNumber;
 
 std::string utf8Of(OopType object, int64 index, int64 maximum, OopType* converted) {
   std::string buffer(static_cast<size_t>(maximum), '?');

@@ -18,7 +18,6 @@
 namespace {
 
 using hosttest::AlarmStorm;
-using hosttest::Helper;
 using hosttest::Pipe;
 
 // Restores what enableInterrupts changes.
@@ -36,11 +35,11 @@ class Interrupts : public hosttest::InDirectory {
     InDirectory::TearDown();
   }
 
-  // Sends SIGINT to the calling thread after `millis` milliseconds.
-  static std::thread interruptAfter(int millis) {
+  // Sends SIGINT to the calling thread as soon as that is blocked.
+  static std::thread interruptWhenBlocked() {
     const pthread_t target = pthread_self();
-    return std::thread([target, millis] {
-      std::this_thread::sleep_for(std::chrono::milliseconds(millis));
+    return std::thread([target, thread = gettid()] {
+      hosttest::waitUntilAsleep(thread);
       pthread_kill(target, SIGINT);
     });
   }
@@ -121,22 +120,21 @@ TEST(HostReadFile, answersCountEndAndFailure) {
 TEST(HostReadFile, isRetriedAfterOtherSignals) {
   Pipe pipe;
   const AlarmStorm storm(2000);
-  Helper writer([&] {
-    usleep(100000);
-    return write(pipe.writeEnd(), "x", 1) == 1 ? 0 : 1;
+  std::thread writer = hosttest::threadWithoutAlarms([&] {
+    while (AlarmStorm::count <= 5) usleep(1000);
+    EXPECT_EQ(write(pipe.writeEnd(), "x", 1), 1);
   });
   char byte = 0;
   EXPECT_EQ(HostReadFile_(pipe.readEnd(), &byte, 1), 1);
   EXPECT_EQ(byte, 'x');
-  EXPECT_GT(AlarmStorm::count, 5);
-  EXPECT_EQ(writer.exitCode(), 0);
+  writer.join();
 }
 
 TEST(HostReadFile, waitsOnANonBlockingDescriptor) {
   Pipe pipe;
   setNonBlocking(pipe.readEnd());
-  std::thread writer = hosttest::threadWithoutAlarms([&] {
-    usleep(50000);
+  std::thread writer = hosttest::threadWithoutAlarms([&, reading = gettid()] {
+    hosttest::waitUntilAsleep(reading);
     EXPECT_EQ(write(pipe.writeEnd(), "x", 1), 1);
   });
   char byte = 0;
@@ -146,7 +144,7 @@ TEST(HostReadFile, waitsOnANonBlockingDescriptor) {
 
 TEST_F(Interrupts, endABlockedReadWithMinusTwoAndAreCleared) {
   Pipe pipe;
-  std::thread sender = interruptAfter(50);
+  std::thread sender = interruptWhenBlocked();
   char byte = 0;
   EXPECT_EQ(HostReadFile_(pipe.readEnd(), &byte, 1), -2);
   EXPECT_EQ(errno, EINTR);
@@ -157,7 +155,7 @@ TEST_F(Interrupts, endABlockedReadWithMinusTwoAndAreCleared) {
 TEST_F(Interrupts, endAReadThatWaitsOnANonBlockingDescriptor) {
   Pipe pipe;
   setNonBlocking(pipe.readEnd());
-  std::thread sender = interruptAfter(50);
+  std::thread sender = interruptWhenBlocked();
   char byte = 0;
   EXPECT_EQ(HostReadFile_(pipe.readEnd(), &byte, 1), -2);
   sender.join();
@@ -318,9 +316,10 @@ TEST_F(LineFetch, ofNoRoomReadsNothing) {
 TEST_F(LineFetch, isRetriedAfterOtherSignalsWithinALineToo) {
   const AlarmStorm storm(2000);
   std::thread writer = hosttest::threadWithoutAlarms([&] {
-    usleep(60000);
+    while (AlarmStorm::count <= 2) usleep(1000);
     send("ab");
-    usleep(60000);
+    const auto before = AlarmStorm::count;
+    while (AlarmStorm::count <= before + 2) usleep(1000);
     send("c\n");
   });
   EXPECT_EQ(fgets(stream, 80, &line), 0);
@@ -329,7 +328,7 @@ TEST_F(LineFetch, isRetriedAfterOtherSignalsWithinALineToo) {
 }
 
 TEST_F(LineFetch, isEndedByAnInterruptBeforeAnyByte) {
-  std::thread sender = interruptAfter(50);
+  std::thread sender = interruptWhenBlocked();
   EXPECT_EQ(fgets(stream, 80, &line), -2);
   EXPECT_EQ(errno, EINTR);
   sender.join();
@@ -340,7 +339,7 @@ TEST_F(LineFetch, isEndedByAnInterruptBeforeAnyByte) {
 
 TEST_F(LineFetch, deliversWhatCameBeforeAnInterruptAndAnswersItNext) {
   send("ab");
-  std::thread sender = interruptAfter(50);
+  std::thread sender = interruptWhenBlocked();
   EXPECT_EQ(fgets(stream, 80, &line), 0);
   EXPECT_EQ(line, "ab");
   sender.join();
@@ -349,8 +348,8 @@ TEST_F(LineFetch, deliversWhatCameBeforeAnInterruptAndAnswersItNext) {
 
 TEST_F(LineFetch, waitsOnANonBlockingDescriptor) {
   setNonBlocking(fileno(stream));
-  std::thread writer = hosttest::threadWithoutAlarms([&] {
-    usleep(50000);
+  std::thread writer = hosttest::threadWithoutAlarms([&, reading = gettid()] {
+    hosttest::waitUntilAsleep(reading);
     send("x\n");
   });
   EXPECT_EQ(fgets(stream, 80, &line), 0);

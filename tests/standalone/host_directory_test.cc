@@ -137,11 +137,12 @@ TEST_F(DirectoryWalk, isEndedByItsCallback) {
 }
 
 TEST_F(DirectoryWalk, isCompleteForManyEntries) {
-  constexpr int COUNT = 100000;
+  constexpr int COUNT = 3000;
   for (int i = 0; i < COUNT; ++i) make(std::to_string(i));
   Seen seen;
   EXPECT_TRUE(walk(directory, &seen));
   ASSERT_EQ(seen.names.size(), static_cast<size_t>(COUNT));
+  std::sort(seen.names.begin(), seen.names.end());
   EXPECT_EQ(std::unique(seen.names.begin(), seen.names.end()), seen.names.end());
 }
 

@@ -1,6 +1,9 @@
 // What the tests of the host layer share: a directory of their own, helper processes, signals.
 #pragma once
 
+#include "support/files.h"
+#include "support/scratch_folder.h"
+
 #include <gtest/gtest.h>
 
 #include <pthread.h>
@@ -12,50 +15,54 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
+#include <optional>
 #include <string>
 #include <thread>
 
 namespace hosttest {
 
+using kvtest::readFile;
+using kvtest::writeFile;
 using Clock = std::chrono::steady_clock;
 
 inline double millisSince(Clock::time_point start) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-inline void writeFile(const std::string& path, const std::string& content) {
-  FILE* file = std::fopen(path.c_str(), "w");
-  ASSERT_NE(file, nullptr) << path;
-  ASSERT_EQ(std::fwrite(content.data(), 1, content.size(), file), content.size());
-  ASSERT_EQ(std::fclose(file), 0);
-}
+// What a test waits for at most, on a machine with much else to do; far from what anything takes.
+inline constexpr int PATIENCE_MILLIS = 300000;
 
-inline std::string readFile(const std::string& path) {
-  std::string content;
-  FILE* file = std::fopen(path.c_str(), "r");
-  if (file == nullptr) return content;
-  char piece[4096];
-  size_t got = 0;
-  while ((got = std::fread(piece, 1, sizeof piece, file)) > 0) content.append(piece, got);
-  std::fclose(file);
-  return content;
+// Waits until a thread, or the one of a process, sleeps: it is then in the call that is to block it.
+inline void waitUntilAsleep(pid_t thread) {
+  const auto begin = Clock::now();
+  char state = 0;
+  while (state != 'S' && millisSince(begin) < PATIENCE_MILLIS) {
+    std::ifstream stat("/proc/" + std::to_string(thread) + "/stat");
+    const std::string line{std::istreambuf_iterator<char>(stat), {}};
+    const size_t name = line.rfind(')');  // which may hold anything
+    if (name != std::string::npos && name + 2 < line.size()) state = line[name + 2];
+    if (state != 'S') usleep(1000);
+  }
 }
 
 // A test with an empty directory of its own.
 class InDirectory : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::string name = (std::filesystem::temp_directory_path() / "hostXXXXXX").string();
-    ASSERT_NE(mkdtemp(name.data()), nullptr);
-    directory = name;
+    scratch_.emplace();
+    directory = scratch_->path();
   }
-  void TearDown() override { std::filesystem::remove_all(directory); }
+  void TearDown() override { scratch_.reset(); }
 
   std::string in(const std::string& name) const { return directory + "/" + name; }
 
   std::string directory;
+
+ private:
+  std::optional<kvtest::ScratchFolder> scratch_;
 };
 
 // A pipe whose ends are closed with it.

@@ -1,6 +1,8 @@
 // Objects: identifiers, contents, growth, invariance, Symbols, integers.
 #include <kvfile/kvhost.h>
 
+#include "support/host_errors.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -15,11 +17,7 @@
 
 namespace {
 
-int pendingNumber() {
-  KciErrSType error;
-  error.initialize();
-  return KciErr(&error) != FALSE ? error.number : 0;
-}
+using kvtest::pendingNumber;
 
 const ByteType* asBytes(const std::string& text) {
   const void* bytes = text.data();

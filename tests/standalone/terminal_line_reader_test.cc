@@ -23,9 +23,9 @@ namespace {
 
 using hosttest::Clock;
 using hosttest::millisSince;
+using hosttest::PATIENCE_MILLIS;
 
 constexpr size_t BUFFER_SIZE = 64;
-constexpr int PATIENCE_MILLIS = 5000;
 
 // Everything that the child reports stands between these, so that it can be told from the echo.
 std::string reported(const std::string& text) { return "{" + text + "}"; }

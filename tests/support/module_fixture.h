@@ -8,13 +8,16 @@
 #include <kvfile/platform/oop.h>
 
 #include "seam/seam.h"
+#include "support/calls.h"
+#include "support/faults.h"
+#include "support/files.h"
+#include "support/scratch_folder.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <initializer_list>
-#include <sstream>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,25 +25,6 @@
 namespace kvtest {
 
 inline OopType smallInt(int64 value) { return oopFromSmallInteger(value); }
-
-inline void writeFile(const std::string& path, std::string_view bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
-inline std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
-
-inline int openDescriptorCount() {
-  int count = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
-    ++count;
-  return count;
-}
 
 class ModuleTest : public ::testing::Test {
  protected:
@@ -50,9 +34,8 @@ class ModuleTest : public ::testing::Test {
     ASSERT_TRUE(declared);
     resetClassError();
     originalDirectory_ = std::filesystem::current_path();
-    std::string pattern = (std::filesystem::temp_directory_path() / "kvfile-test-XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    directory_ = pattern;
+    scratch_.emplace();
+    directory_ = scratch_->path();
     std::filesystem::current_path(directory_);
     session_ = kvhost::sessionBegin();
     KvfStartup(session_);
@@ -61,13 +44,13 @@ class ModuleTest : public ::testing::Test {
   void TearDown() override {
     seam::stop();
     seam::clear();
-    seam::clearFaults();
+    clearFaults();
     kvhost::sessionSelect(session_);
     EXPECT_EQ(kvhost::forgottenErrorJumps(), forgottenBefore_) << "left registered";
     KvfShutdown(session_);
     kvhost::sessionEnd(session_);
     std::filesystem::current_path(originalDirectory_);
-    std::filesystem::remove_all(directory_);
+    scratch_.reset();
   }
 
   // Calls an action, which must not raise.
@@ -126,7 +109,7 @@ class ModuleTest : public ::testing::Test {
     return text == OOP_NIL ? std::string() : bytes(text);
   }
 
-  // The names of the platform calls that the module made while `body` ran.
+  // The platform calls that the module made while `body` ran.
   template <typename Body>
   std::vector<seam::Call> callsDuring(Body body) {
     seam::clear();
@@ -134,12 +117,6 @@ class ModuleTest : public ::testing::Test {
     body();
     return seam::stop();
   }
-  static std::vector<std::string> namesOf(const std::vector<seam::Call>& calls) {
-    std::vector<std::string> names;
-    for (const seam::Call& made : calls) names.push_back(made.name);
-    return names;
-  }
-
   int session_ = 0;
   const int64 forgottenBefore_ = kvhost::forgottenErrorJumps();
   std::filesystem::path directory_;
@@ -150,6 +127,7 @@ class ModuleTest : public ::testing::Test {
     kvhost::callAction("KvfErrorString", &noFile, 1);
   }
 
+  std::optional<ScratchFolder> scratch_;
   std::filesystem::path originalDirectory_;
 };
 

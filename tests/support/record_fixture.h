@@ -7,6 +7,7 @@
 #include "record/file_record.h"
 #include "record/line_reader.h"
 #include "record/registry.h"
+#include "support/host_errors.h"
 #include "support/module_fixture.h"
 
 #include <fcntl.h>
@@ -54,12 +55,6 @@ inline void PrintTo(const Failure& failure, std::ostream* out) {
 
 inline const Failure NO_FAILURE{0, 0, ""};
 
-inline std::string hostText(int errNum) {
-  char text[1024];
-  HostStrerror(errNum, text, sizeof text);
-  return text;
-}
-
 inline Failure hostFailure(int errNum) { return {errNum, 0, hostText(errNum)}; }
 
 inline const char* const APPEND_REFUSAL = "Cannot seek on a file opened with append mode";
@@ -74,30 +69,6 @@ inline std::string countingBytes(size_t size) {
   std::string bytes(size, '\0');
   for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i % 251);
   return bytes;
-}
-
-// The argument at `index` (0-based) of a recorded call, as the seam prints it.
-inline std::string argumentOf(const seam::Call& call, size_t index) {
-  std::vector<std::string> fields(1);
-  bool quoted = false;
-  for (size_t i = 0; i < call.arguments.size(); ++i) {
-    const char c = call.arguments[i];
-    if (c == '"') quoted = !quoted;
-    if (quoted && c == '\\' && i + 1 < call.arguments.size()) {
-      fields.back() += c;
-      fields.back() += call.arguments[++i];
-    } else if (!quoted && c == ',') {
-      fields.emplace_back();
-    } else if (c != ' ' || quoted || !fields.back().empty()) {
-      fields.back() += c;
-    }
-  }
-  return index < fields.size() ? fields[index] : "no such argument";
-}
-
-inline std::string lastArgumentOf(const seam::Call& call) {
-  const size_t comma = call.arguments.rfind(", ");
-  return comma == std::string::npos ? call.arguments : call.arguments.substr(comma + 2);
 }
 
 // The calls that move, read or write the host file, in a short form: "lseek(0, SEEK_CUR)",
@@ -129,7 +100,7 @@ class RecordTest : public ModuleTest {
  protected:
   void TearDown() override {
     seam::stop();
-    seam::clearFaults();
+    clearFaults();
     for (KvFileDataSType* record : records_) {
       record->lastPutcWasEoln = TRUE;
       record->kvfClose();
@@ -163,25 +134,6 @@ class RecordTest : public ModuleTest {
     std::filesystem::remove("plain");
     writeFile("plain", content);
     return openPlain("plain", mode);
-  }
-
-  static void writeGzip(const std::string& path, std::string_view content) {
-    gzFile handle = gzopen(path.c_str(), "wb");
-    ASSERT_NE(handle, nullptr);
-    ASSERT_EQ(gzwrite(handle, content.data(), static_cast<unsigned>(content.size())),
-              static_cast<int>(content.size()));
-    ASSERT_EQ(gzclose(handle), Z_OK);
-  }
-
-  static std::string readGzip(const std::string& path) {
-    gzFile handle = gzopen(path.c_str(), "rb");
-    EXPECT_NE(handle, nullptr);
-    std::string content(1 << 16, '\0');
-    const int count = gzread(handle, content.data(), static_cast<unsigned>(content.size()));
-    EXPECT_GE(count, 0);
-    gzclose(handle);
-    content.resize(static_cast<size_t>(count < 0 ? 0 : count));
-    return content;
   }
 
   // A gzip handle whose descriptor is switched for one that refuses what the handle wants to do.
@@ -231,19 +183,6 @@ class RecordTest : public ModuleTest {
 
   static ssize_t write(KvFileDataSType* record, std::string_view text) {
     return record->kvfwrite(asBytes(text), text.size());
-  }
-
-  static void failCall(const char* function, int errNum, int64_t at = 1) {
-    seam::addFault({function, at, false, seam::Fault::Kind::Error, errNum});
-  }
-  static void answerCall(const char* function, int64_t result) {
-    seam::addFault({function, 1, false, seam::Fault::Kind::Result, result});
-  }
-  static void interruptCall(const char* function) {
-    seam::addFault({function, 1, false, seam::Fault::Kind::Interrupt, 0});
-  }
-  static void refuseMemory(bool forever = false) {
-    seam::addFault({"UtlMalloc", 1, forever, seam::Fault::Kind::NoMemory, 0});
   }
 
  private:
