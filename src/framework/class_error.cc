@@ -39,7 +39,8 @@ using namespace kvf;
 ///   Symbol to install, of which the first 2047 bytes are kept.
 /// Answers: with nil, a new String holding the pending text, or nil when there is none. Else
 ///   oClass.
-/// Raises: nothing.
+/// Raises: nothing. The error that KciFetchChars_ leaves for an object that is no character object is
+///   not asked for; a host that drops no error, as the standalone one, ends the action with it.
 /// Stores: with nil, text and code are emptied when there was a text. Else the text is installed
 ///   with code 22; an object that is no character object leaves the text as it was.
 /// Host calls: KciNewCharObj for a text that is taken, KciFetchChars_ for one that is installed.

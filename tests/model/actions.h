@@ -45,9 +45,6 @@ class Model {
 
   Answer perform(const Operation& operation);
 
-  // Whether the host raises an error of the interface that no action has asked for.
-  bool raisesForgottenErrors = true;
-
   // What can be asked without changing anything.
   int currentSession() const { return session_; }
   bool hasFiles(int session) { return session != 0 && filesOf(session) != nullptr; }

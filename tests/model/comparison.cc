@@ -88,7 +88,6 @@ void Comparison::begin(const Sequence& sequence) {
   module_.begin(sequence.files, model_ != nullptr ? model_->host().lost() : std::vector<int>());
   model_ = std::make_unique<Model>(bufferSize_, sizeLimitFor(bufferSize_), module_.sessionIds(),
                                    [this](size_t i) { return module_.identifier(i); });
-  model_->raisesForgottenErrors = module_.raisesForgottenErrors();
   Host& host = model_->host();
   for (const StartingFile& file : sequence.files) {
     HostFile& made = host.add(file.name);

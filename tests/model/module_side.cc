@@ -203,14 +203,6 @@ void ModuleSide::redirect() {
   }
 }
 
-bool ModuleSide::raisesForgottenErrors() {
-  const OopType noText = kvhost::newByteArray("x");
-  Call call = {Step::KvfClassError, &noText};
-  const bool raised = kvhost::protect(callAction, &call).status == kvhost::CallStatus::Raised;
-  KvfErrorString(OOP_NIL);
-  return raised;
-}
-
 std::vector<int> ModuleSide::takenDescriptors() const {
   std::vector<int> taken;
   for (int i = 3; i < Host::MAX_DESCRIPTORS; ++i)

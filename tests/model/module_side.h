@@ -42,7 +42,6 @@ class ModuleSide {
   // Descriptors that the process has open, the standard ones left out.
   std::vector<int> takenDescriptors() const;
   std::array<int, Model::SESSIONS> sessionIds() const { return sessions_; }
-  bool raisesForgottenErrors();
   const std::string& directory() const { return directory_; }
 
   // The step's arguments as identifiers; valid until the next step.
