@@ -16,15 +16,14 @@
 namespace kvf {
 
 #ifdef __SSE2__
-// Bit i is set where p[i] is the byte in every lane of `wanted`, for 64 bytes.
+// Bit i is set where p[i] is the byte in every lane of `wanted`, for 16 and for 64 bytes.
+static inline uint64_t matches16(const ByteType* p, __m128i wanted) {
+  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, wanted)));
+}
 static inline uint64_t matches64(const ByteType* p, __m128i wanted) {
-  uint64_t mask = 0;
-  for (size_t lane = 0; lane < 4; ++lane) {
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * lane));
-    const auto bits = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, wanted)));
-    mask |= static_cast<uint64_t>(bits) << (16 * lane);
-  }
-  return mask;
+  return matches16(p, wanted) | matches16(p + 16, wanted) << 16 | matches16(p + 32, wanted) << 32 |
+         matches16(p + 48, wanted) << 48;
 }
 #endif
 
@@ -53,6 +52,10 @@ static inline bool matches(const ByteType* p, const ByteType* eolBuf, int eolSiz
 EolScan scanForEol(const ByteType* buffer, intptr_t idx, intptr_t size, const ByteType* eolBuf,
                    int eolSize) {
   KVF_ASSERT(idx >= 0 && eolSize >= 1);
+  if (eolSize == 1 && idx < size) {
+    idx = findByte(buffer, idx, size, eolBuf[0]);
+    return idx == size ? EolScan{idx, 0} : EolScan{idx + 1, 1};
+  }
   while (idx < size) {
     idx = findByte(buffer, idx, size, eolBuf[0]);
     if (idx == size) break;

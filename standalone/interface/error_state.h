@@ -43,7 +43,7 @@ ErrorState& errorState();
 
 // Reports an error in the mode that is in force: jumps to the innermost frame, or leaves the error
 // pending and comes back.
-void fail(ErrorNumber number, OopType first = OOP_NIL, OopType second = OOP_NIL);
+[[gnu::cold]] void fail(ErrorNumber number, OopType first = OOP_NIL, OopType second = OOP_NIL);
 
 // Runs `body(context)` as a call of its own. True with `*value` filled, or false with `*error`
 // filled when it raised, or ended with an interface error pending: what an action did not ask about

@@ -8,10 +8,10 @@
 #include <cstring>
 #include <limits>
 
-extern "C" {
+namespace {
 
-int64 KciOopToI64_(OopType obj, int* err) {
-  if (oopIsSmallInteger(obj) != FALSE) return oopSmallIntegerValue(obj);
+// Out of line, so that SmallIntegers have a short way.
+[[gnu::cold, gnu::noinline]] int64 largeIntegerValue(OopType obj, int* err) {
   kvhost::memory::Slot* slot = kvhost::memory::findSlot(obj);
   if (slot == nullptr ||
       slot->classNumber != kvhost::memory::slotNumberOf(kvhost::CLASS_LARGE_INTEGER)) {
@@ -21,6 +21,14 @@ int64 KciOopToI64_(OopType obj, int* err) {
   int64 value = 0;
   std::memcpy(&value, contentsOf(*slot), sizeof value);
   return value;
+}
+
+}  // namespace
+
+extern "C" {
+
+int64 KciOopToI64_(OopType obj, int* err) {
+  return oopIsSmallInteger(obj) != FALSE ? oopSmallIntegerValue(obj) : largeIntegerValue(obj, err);
 }
 
 int KciOopToI32_(OopType obj, int* err) {

@@ -30,12 +30,17 @@ void storeElements(OopType obj, Slot& slot, int64 offset, const OopType* values,
   std::copy_n(values, count, elementsIn(slot) + offset);
 }
 
-}  // namespace
+// A store that needs no more than copying: within an object that may be changed, of no class in
+// particular.
+bool isPlainStore(OopType cls, const Slot* slot, int64 startIndex, int64 count) {
+  constexpr int KEEP_OUT = kvhost::memory::SLOT_POINTERS | kvhost::memory::SLOT_INVARIANT;
+  return slot != nullptr && cls == OOP_NIL && (slot->flags & KEEP_OUT) == 0 && startIndex >= 1 &&
+         count >= 0 && count <= slot->size - (startIndex - 1);
+}
 
-extern "C" {
-
-void KciStoreBytesInstanceOf(OopType cls, OopType obj, int64 startIndex, const ByteType* bytes,
-                             int64 count) {
+// Any other: the object is checked, and grows where its class allows.
+[[gnu::noinline]] void checkAndStoreBytes(OopType cls, OopType obj, int64 startIndex,
+                                          const ByteType* bytes, int64 count) {
   Slot* slot = kvhost::interface::byteObjectToSet(obj);
   if (slot == nullptr) return;
   if (cls != OOP_NIL && !kvhost::interface::isKindOf(obj, cls)) {
@@ -44,9 +49,23 @@ void KciStoreBytesInstanceOf(OopType cls, OopType obj, int64 startIndex, const B
   }
   if (!kvhost::interface::mayChange(obj, *slot) || !isIndexRange(obj, startIndex, count)) return;
   if (count == 0) return;
-  const bool fits = count <= slot->size - (startIndex - 1);
-  kvhost::memory::setUnsetBytes(*slot, startIndex - 1, fits ? count : 0);
-  if (!fits && !kvhost::interface::makeRoom(obj, *slot, startIndex - 1, count)) return;
+  kvhost::memory::setUnsetBytes(*slot);
+  if (!kvhost::interface::makeRoom(obj, *slot, startIndex - 1, count)) return;
+  kvhost::memory::copyBytes(contentsOf(*slot) + startIndex - 1, bytes, static_cast<size_t>(count));
+}
+
+}  // namespace
+
+extern "C" {
+
+void KciStoreBytesInstanceOf(OopType cls, OopType obj, int64 startIndex, const ByteType* bytes,
+                             int64 count) {
+  Slot* slot = kvhost::memory::findMadeSlot(obj);
+  if (!isPlainStore(cls, slot, startIndex, count)) {
+    checkAndStoreBytes(cls, obj, startIndex, bytes, count);
+    return;
+  }
+  kvhost::memory::setUnsetBytes(*slot, startIndex - 1, count);
   kvhost::memory::copyBytes(contentsOf(*slot) + startIndex - 1, bytes, static_cast<size_t>(count));
 }
 

@@ -9,6 +9,18 @@
 using kvhost::interface::failWith;
 using kvhost::memory::Slot;
 
+namespace {
+
+// Out of line, so that objects have a short way.
+[[gnu::cold, gnu::noinline]] int64 sizeOfOther(OopType oop) {
+  const Slot* slot = kvhost::memory::findSlot(oop);
+  if (slot != nullptr) return slot->size;
+  if (kvhost::interface::carriesItsValue(oop)) return 0;
+  return failWith<int64>(0, kvhost::interface::ERROR_NO_SUCH_OBJECT, oop);
+}
+
+}  // namespace
+
 extern "C" {
 
 BoolType KciIsKindOfClass(OopType obj, OopType cls) {
@@ -16,10 +28,8 @@ BoolType KciIsKindOfClass(OopType obj, OopType cls) {
 }
 
 int64 KciFetchSize_(OopType obj) {
-  const Slot* slot = kvhost::memory::findSlot(obj);
-  if (slot != nullptr) return slot->size;
-  if (kvhost::interface::carriesItsValue(obj)) return 0;
-  return failWith<int64>(0, kvhost::interface::ERROR_NO_SUCH_OBJECT, obj);
+  const Slot* slot = kvhost::memory::findMadeSlot(obj);
+  return slot != nullptr ? slot->size : sizeOfOther(obj);
 }
 
 int64 KciFetchBytes_(OopType obj, int64 startIndex, ByteType* buf, int64 count) {

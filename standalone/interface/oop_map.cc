@@ -57,6 +57,12 @@ Entry& search(const KciOopMapType& map, OopType key) {
   }
 }
 
+// Where the first place holds another key. Out of line, because most keys are found in their first.
+[[gnu::noinline]] Entry* findFurther(const KciOopMapType& map, OopType key) {
+  Entry& entry = search(map, key);
+  return isEmpty(entry) ? nullptr : &entry;
+}
+
 // Searches in a large array meet another page each time, which takes as long as the search itself
 // unless the pages are large.
 void* allocateBytes(size_t bytes) {
@@ -159,8 +165,8 @@ void KciOopMapEntryAdd(KciOopMapType* map, OopType key, void* value, int* status
 
 KciOopMapEntryType* KciOopMapEntryFind(KciOopMapType* map, OopType key) {
   KVHOST_ASSERT(map != nullptr);
-  Entry& entry = search(*map, key);
-  return isEmpty(entry) ? nullptr : &entry;
+  Entry& home = map->entries[homeOf(*map, key)];
+  return home.key == key && key != 0 ? &home : findFurther(*map, key);
 }
 
 void* KciOopMapEntryGetValue(KciOopMapEntryType* entry) {

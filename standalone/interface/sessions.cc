@@ -72,7 +72,8 @@ std::unique_ptr<Session> removeSession(int id) {
   return removed;
 }
 
-KciOopMapType* findMap(int id) {
+// Out of line, so that the way of a map that is remembered stays short.
+[[gnu::cold, gnu::noinline]] KciOopMapType* findMap(int id) {
   SessionTable& table = sessionTable();
   const std::lock_guard lock(table.mutex);
   const Session* session = findSession(table, id);

@@ -56,6 +56,6 @@ inline const ClassInfo& classOfNumber(uint32_t number) {
 bool inheritsFrom(const ClassInfo& cls, OopType ancestor);
 
 // The slot of a class object or of the error category; null when `number` is none of them.
-Slot* fixedSlot(uint64_t number);
+[[gnu::cold, gnu::noinline]] Slot* fixedSlot(uint64_t number);
 
 }  // namespace kvhost::memory

@@ -90,9 +90,7 @@ bool extendForStore(Slot& slot, int64_t offset, int64_t count) {
   return end <= slot.size || grow(slot, end, std::max(offset, slot.size), moveToGrow);
 }
 
-void setUnsetBytes(Slot& slot, int64_t offset, int64_t count) {
-  if ((slot.flags & SLOT_UNSET) == 0) return;
-  slot.flags = static_cast<uint8_t>(slot.flags & ~SLOT_UNSET);
+void setUnsetBytesAround(Slot& slot, int64_t offset, int64_t count) {
   fillUnits(slot, 0, std::min(offset, slot.size));
   fillUnits(slot, std::min(offset + count, slot.size), slot.size);
 }

@@ -18,9 +18,15 @@ bool resize(Slot& slot, int64_t size);
 // end and `offset` is 0 or nil. False, with the object unchanged, when memory runs out.
 bool extendForStore(Slot& slot, int64_t offset, int64_t count);
 
+[[gnu::cold]] void setUnsetBytesAround(Slot& slot, int64_t offset, int64_t count);
+
 // Sets the bytes of an object marked SLOT_UNSET to 0, but for the `count` from `offset` on, which the
-// caller stores at once.
-void setUnsetBytes(Slot& slot, int64_t offset = 0, int64_t count = 0);
+// caller stores at once; most often these are all.
+inline void setUnsetBytes(Slot& slot, int64_t offset = 0, int64_t count = 0) {
+  if ((slot.flags & SLOT_UNSET) == 0) return;
+  slot.flags = static_cast<uint8_t>(slot.flags & ~SLOT_UNSET);
+  if (offset != 0 || count < slot.size) setUnsetBytesAround(slot, offset, count);
+}
 
 // Larger pieces meet a copying routine that is many times slower for some pairs of addresses.
 inline constexpr size_t COPY_PIECE = 2048;
