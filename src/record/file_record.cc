@@ -60,6 +60,14 @@ void KvFileDataSType::deallocate(KvFileDataSType* dataPtr) {
   UtlFree(dataPtr);
 }
 
+// Both ways is "+" directly behind a letter, anywhere.
+static bool opensBothWays(const char* mode) {
+  for (; mode[0] != '\0'; ++mode) {
+    if (mode[1] == '+' && (mode[0] == 'a' || mode[0] == 'r' || mode[0] == 'w')) return true;
+  }
+  return false;
+}
+
 void KvFileDataSType::setFromMode(const char* mode) {
   if (mode == nullptr) return;
   writable = FALSE;
@@ -67,8 +75,7 @@ void KvFileDataSType::setFromMode(const char* mode) {
   isAppend = FALSE;
   // "+" counts only right behind its letter. "ab+" therefore is append mode, unlike "a+" and "a+b",
   // and existing images rely on where its seeks are refused.
-  if (strstr(mode, "a+") != nullptr || strstr(mode, "r+") != nullptr ||
-      strstr(mode, "w+") != nullptr) {
+  if (opensBothWays(mode)) {
     writable = TRUE;
     readable = TRUE;
     return;
