@@ -177,6 +177,8 @@ class Callgrind(unittest.TestCase):
         self.assertEqual(shares.part_of_file("/tree/src/record/registry.cc", "/tree"),
                          "finding the record")
         self.assertEqual(shares.part_of_file("/tree/src/record/reading.cc", "/tree"), "record")
+        self.assertEqual(shares.part_of_file("/tree/build/../src/record/reading.cc", "/tree"),
+                         "record")
         self.assertIsNone(shares.part_of_file("/usr/include/string.h", "/tree"))
 
 

@@ -1,6 +1,7 @@
 """Where the module's nanoseconds go: system calls as measured by themselves, and the rest divided by
 the instructions that callgrind counts for each part of the code."""
 
+import os
 from collections import Counter
 from pathlib import Path
 
@@ -35,9 +36,10 @@ PROFILED = (
 
 
 def part_of_file(path, root):
-    """The part that a file belongs to: that of the longest prefix; None outside the tree."""
+    """The part that a file belongs to: that of the longest prefix; None outside the tree. A compiler
+    cache may name the file by a way from the folder that is built in."""
     try:
-        relative = str(Path(path).relative_to(root))
+        relative = str(Path(os.path.normpath(path)).relative_to(root))
     except ValueError:
         return None
     fitting = [(len(prefix), name) for name, prefixes in PARTS for prefix in prefixes
