@@ -6,6 +6,16 @@ source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 cd "$root"
 echo "Linting"
 
+# Some sources are compiled several times, for the libraries that they belong to; once is looked at.
+database=$(mktemp -d)
+log=$(mktemp)
+trap 'rm -rf "$database" "$log"' EXIT
+python3 - "$build/compile_commands.json" "$database/compile_commands.json" <<'PYTHON'
+import json, sys
+commands = json.load(open(sys.argv[1]))
+json.dump(list({c["file"]: c for c in reversed(commands)}.values()), open(sys.argv[2], "w"))
+PYTHON
+
 # lint BUILD COUNT NUMBER FILE: tells what is found in the file, and then that it is done.
 lint() {
   local status=0
@@ -19,11 +29,9 @@ lint_all() {
   local files
   mapfile -t files < <(find src standalone tools -name '*.cc' | sort)
   for ((i = 0; i < ${#files[@]}; i++)); do printf '%s\n' "$((i + 1))" "${files[i]}"; done |
-    xargs -d '\n' -P "$(nproc)" -n 2 bash -c 'lint "$@"' lint "$build" "${#files[@]}"
+    xargs -d '\n' -P "$(nproc)" -n 2 bash -c 'lint "$@"' lint "$database" "${#files[@]}"
 }
 
-log=$(mktemp)
-trap 'rm -f "$log"' EXIT
 follow Linting "$log" lint_all || {
   grep -vE '^[0-9]+/[0-9]+$' "$log" >&2
   echo "Linting failed." >&2
