@@ -116,6 +116,39 @@ class Package(Project):
         self.check_cpp_product(program)
         self.assertNotIn(f"libkvfile.so.{MAJOR}", self.needed(program))
 
+    def optimised_at_link(self, *command):
+        """Runs a command that links, and tells whether the linker was given what it optimised. Nobody
+        has a warning to give."""
+        done = subprocess.run([str(word) for word in (*command, "-Wl,--trace")], capture_output=True,
+                              text=True)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        return ".ltrans" in done.stdout
+
+    def test_archives_are_for_products_with_and_without_optimisation_at_link_time(self):
+        cache = (BINARY / "CMakeCache.txt").read_text()
+        both = "KVFILE_LTO:BOOL=ON" in cache and "clang" not in self.run_checked(CXX, "--version")
+        for name in ("libkvfile.a", "libkvfile_standalone.a"):
+            objects = self.run_checked("readelf", "-SW", self.libraries / name).split("\nFile: ")[1:]
+            self.assertGreater(len(objects), 10)
+            for sections in objects:
+                self.assertRegex(sections, r" \.text")
+                self.assertEqual(" .gnu.lto_.decls." in sections, both)
+        product, cpp_product = HERE / "c_product", HERE / "cpp_product"
+        sources = sorted((SOURCE / "tests" / "c_host").glob("*.c")) + [product / "own/own.c"]
+        for flags, optimised in (["-fno-lto"], False), (["-flto=auto", "-O2"], True):
+            with self.subTest(flags=flags):
+                program = self.folder / f"c_optimised_{optimised}"
+                self.assertEqual(self.optimised_at_link(
+                    CC, "-std=c11", *flags, *WARNINGS, "-I", SOURCE / "tests", "-I", product, "-I",
+                    product / "own", *sources, "-o", program, *self.flags("kvfile-static")),
+                    optimised and both)
+                self.run_checked(program)
+                program = self.folder / f"cpp_optimised_{optimised}"
+                self.assertEqual(self.optimised_at_link(
+                    CXX, "-std=c++17", *flags, *WARNINGS, cpp_product / "product.cc", "-o", program,
+                    *self.flags("kvfile_standalone")), optimised and both)
+                self.check_cpp_product(program)
+
     def test_packages_tell_the_version(self):
         for package in ("kvfile", "kvfile-static", "kvfile_standalone"):
             told = self.run_checked("pkg-config", "--modversion", package, env=dict(
