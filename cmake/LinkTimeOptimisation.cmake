@@ -27,8 +27,9 @@ function(kvf_seed_objects target)
   endforeach()
 endfunction()
 
-# kvf_optimise_at_link(TARGET): with KVFILE_LTO, and once TARGET has its sources. An archive holds machine code as well, so that a
-# product may link it with or without; that holds, too, where it is the user's flags that ask for it.
+# kvf_optimise_at_link(TARGET): with KVFILE_LTO, and once TARGET has its sources. An archive holds
+# machine code as well, so that a product may link it with or without; that holds, too, where it is
+# the user's flags that ask for it.
 function(kvf_optimise_at_link target)
   get_target_property(kind ${target} TYPE)
   set(gnu $<CXX_COMPILER_ID:GNU>)
