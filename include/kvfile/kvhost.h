@@ -222,7 +222,9 @@ void setLockWaitSignal(int signal);
 void setTestPointerFaults(bool faults);
 
 // A line reader for the terminal, with editing and with history kept in `historyPath` (empty: not
-// kept). Null when the terminal library refuses. To be installed with KvFileSetLineReader.
+// kept). Null when the terminal library refuses. To be installed with KvFileSetLineReader. Where
+// standard input and output are not both terminals when it is made, the line is taken as it comes,
+// and the terminal's settings stay as they are.
 LineReaderStateType* lineReaderCreate(const char* programName, const char* historyPath);
 
 }  // namespace kvhost

@@ -45,7 +45,10 @@ struct LineReaderStateType {
   EditLine* editor = nullptr;
   kvhost::Completer completer = nullptr;
   FILE* input = stdin;
+  bool onTerminal = false;  // as the editor sees it
+  bool isEditing = false;
   int interruptKey = NO_KEY;
+  size_t typedAhead = 0;  // unread bytes that came before the editor had the terminal
   std::string prompt;
   std::string undelivered;  // of a line that was longer than the caller's buffer
   InputEnd inputEnd = InputEnd::None;
@@ -57,6 +60,7 @@ namespace {
 constexpr wchar_t REPLACEMENT_CHARACTER = 0xFFFD;
 constexpr char BACKSPACE = '\b';
 constexpr char REDISPLAY = '\x1d';  // Ctrl-], bound below
+constexpr char CTRL_D = '\x04';
 
 LineReaderStateType* stateOf(EditLine* editor) {
   void* state = nullptr;
@@ -71,7 +75,9 @@ char* promptOf(EditLine* editor) { return stateOf(editor)->prompt.data(); }
 // Draws the line anew after the terminal was resized, or was another program's for a while.
 void followTerminal(EditLine* editor) {
   const bool continued = kvhost::TerminalSignalScope::takeContinued();
-  if (kvhost::TerminalSignalScope::takeResized()) el_resize(editor);
+  const bool resized = kvhost::TerminalSignalScope::takeResized();
+  if (!stateOf(editor)->isEditing) return;
+  if (resized) el_resize(editor);
   if (continued) {
     el_set(editor, EL_PREP_TERM, 0);
     el_set(editor, EL_PREP_TERM, 1);
@@ -102,7 +108,9 @@ bool mayReadOn(LineReaderStateType* state) {
   return false;
 }
 
-bool hasBuffered(const FILE* stream) { return stream->_IO_read_ptr < stream->_IO_read_end; }
+size_t bufferedBytes(const FILE* stream) {
+  return static_cast<size_t>(stream->_IO_read_end - stream->_IO_read_ptr);
+}
 
 // Waits for input; false with errno when that failed or a signal is noted. The signals are let in
 // only by the wait itself, so that one just before it is not missed.
@@ -122,11 +130,19 @@ bool waitForInput(FILE* stream) {
   return ready;
 }
 
+// A key as it was typed. What a terminal keeps for a Ctrl-D while it edits lines by itself is a NUL
+// for whoever reads byte by byte.
+int typedKey(LineReaderStateType* state, int c) {
+  if (state->typedAhead == 0) return c;
+  --state->typedAhead;
+  return c == '\0' ? CTRL_D : c;
+}
+
 // The next byte of the input, or -1 with `inputEnd` set. It goes through the stream, so that what
 // was typed ahead is shared with whoever else reads it.
 int nextByte(LineReaderStateType* state) {
   for (;;) {
-    if (!hasBuffered(state->input) && !waitForInput(state->input)) {
+    if (bufferedBytes(state->input) == 0 && !waitForInput(state->input)) {
       if (!mayReadOn(state)) return -1;
       continue;
     }
@@ -135,7 +151,7 @@ int nextByte(LineReaderStateType* state) {
       state->inputEnd = InputEnd::Interrupted;
       return -1;
     }
-    if (c != EOF) return c;
+    if (c != EOF) return typedKey(state, c);
     if (!mayReadOn(state)) return -1;
   }
 }
@@ -211,12 +227,15 @@ bool setUp(LineReaderStateType* state, const char* programName) {
   EditLine* editor = el_init(programName, stdin, stdout, stderr);
   state->editor = editor;
   if (editor == nullptr) return false;
+  state->onTerminal = isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0;
   el_set(editor, EL_CLIENTDATA, state);
   el_set(editor, EL_EDITOR, "emacs");
   el_set(editor, EL_PROMPT, promptOf);
   el_set(editor, EL_GETCFN, nextCharacter);
   el_set(editor, EL_HIST, history, state->history.handle());
-  el_set(editor, EL_SETTY, "-d", "-intr", "intr=", nullptr);  // see interruptKeyOf
+  // Without the interrupt key (see interruptKeyOf), and with a line end that is the same byte
+  // whenever it is typed: it may be read by somebody else.
+  el_set(editor, EL_SETTY, "-d", "-intr", "intr=", "-inlcr", nullptr);
   el_set(editor, EL_BIND, "^I", "ed-insert", nullptr);
   el_set(editor, EL_BIND, "^]", "ed-redisplay", nullptr);
   el_set(editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
@@ -234,6 +253,19 @@ int interruptKeyOf(FILE* stream) {
   return key == _POSIX_VDISABLE ? NO_KEY : key;
 }
 
+size_t waitingBytes(FILE* stream) {
+  int inTerminal = 0;
+  if (ioctl(fileno(stream), FIONREAD, &inTerminal) != 0) inTerminal = 0;
+  return bufferedBytes(stream) + static_cast<size_t>(inTerminal);
+}
+
+// False where there is no terminal to show the line on, or where the user wants no editing: the
+// terminal itself edits the line then.
+bool wantsEditing(LineReaderStateType* state) {
+  int wanted = 0;
+  return state->onTerminal && el_get(state->editor, EL_EDITMODE, &wanted) == 0 && wanted != 0;
+}
+
 void prepare(LineReaderStateType* state, FILE* stream, const char* prompt) {
   state->prompt = prompt != nullptr ? prompt : "";
   state->inputEnd = InputEnd::None;
@@ -241,16 +273,22 @@ void prepare(LineReaderStateType* state, FILE* stream, const char* prompt) {
     state->input = stream;
     el_set(state->editor, EL_SETFP, 0, stream);
   }
+  state->isEditing = wantsEditing(state);
   std::fflush(stdout);
-  state->interruptKey = interruptKeyOf(stream);
+}
+
+// Takes the terminal over.
+void prepareEditor(LineReaderStateType* state) {
+  state->interruptKey = interruptKeyOf(state->input);
   el_resize(state->editor);
   // The editor would do this after it has shown the prompt: a Ctrl-D typed in between is lost.
   el_set(state->editor, EL_PREP_TERM, 1);
+  state->typedAhead = waitingBytes(state->input);
 }
 
-// The answer for an input that ended without a line. The cursor is left on a new line.
-int answerEnd(InputEnd end, int errNum) {
-  std::fputs(end == InputEnd::Interrupted ? "^C\n" : "\n", stdout);
+// The answer for an input that ended without a line. The cursor of the editor is left on a new line.
+int answerEnd(const LineReaderStateType* state, InputEnd end, int errNum) {
+  if (state->isEditing) std::fputs(end == InputEnd::Interrupted ? "^C\n" : "\n", stdout);
   std::fflush(stdout);
   if (end == InputEnd::Interrupted) {
     errno = EINTR;
@@ -266,16 +304,37 @@ void remember(LineReaderStateType* state) {
   state->history.add(line);
 }
 
+// Both leave a line in `undelivered`, or nothing with `inputEnd` set.
+void editLine(LineReaderStateType* state) {
+  prepareEditor(state);
+  int length = 0;
+  const char* line = el_gets(state->editor, &length);
+  if (line != nullptr && length > 0) state->undelivered = line;
+}
+
+// The bytes are taken as they are: nobody has to show them.
+void takeLine(LineReaderStateType* state) {
+  state->interruptKey = NO_KEY;
+  state->typedAhead = 0;
+  std::fputs(state->prompt.c_str(), stdout);
+  std::fflush(stdout);
+  int c = 0;
+  while (c != '\n' && (c = nextByte(state)) >= 0) state->undelivered += static_cast<char>(c);
+  if (state->inputEnd == InputEnd::Interrupted) state->undelivered.clear();
+}
+
 // Reads a line into `undelivered`; the answer is that of LrSupReadLine.
 int readLine(LineReaderStateType* state, FILE* stream, const char* prompt, bool toHistory) {
-  if (kvhost::takeInterrupt()) return answerEnd(InputEnd::Interrupted, EINTR);
   const kvhost::CharacterSetScope characterSet;
   const kvhost::TerminalSignalScope signals;
   prepare(state, stream, prompt);
-  int length = 0;
-  const char* line = el_gets(state->editor, &length);
-  if (line == nullptr || length <= 0) return answerEnd(state->inputEnd, state->inputErrno);
-  state->undelivered = line;
+  if (kvhost::takeInterrupt()) return answerEnd(state, InputEnd::Interrupted, EINTR);
+  if (state->isEditing) {
+    editLine(state);
+  } else {
+    takeLine(state);
+  }
+  if (state->undelivered.empty()) return answerEnd(state, state->inputEnd, state->inputErrno);
   if (toHistory) remember(state);
   return 0;
 }

@@ -5,7 +5,6 @@ import pty
 import re
 import subprocess
 import sys
-import threading
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).parents[1]))
@@ -33,35 +32,14 @@ def calls_by_action(trace):
 
 
 def on_terminal(command, typed, options):
-    """What is typed before the line editor sets its terminal up may be lost; it is typed again then,
-    and what nobody asks for any more does no harm."""
+    """A run whose standard input is a terminal where this was typed."""
     master, terminal = pty.openpty()
-    ended = threading.Event()
-
-    def keep_typing():
-        os.write(master, typed)
-        while not ended.wait(3):
-            os.write(master, typed)
-
-    typist = threading.Thread(target=keep_typing)
-    typist.start()
     try:
+        os.write(master, typed)
         return subprocess.run(command, stdin=terminal, **options)
     finally:
-        ended.set()
-        typist.join()
         os.close(terminal)
         os.close(master)
-
-
-def on_terminal_at_last(command, typed, options):
-    """A run that hangs over typed text that was lost is begun anew."""
-    for _ in range(9):
-        try:
-            return on_terminal(command, typed, {**options, "timeout": 20})
-        except subprocess.TimeoutExpired:
-            continue
-    return on_terminal(command, typed, options)
 
 
 def trace_of(program, case):
@@ -74,5 +52,5 @@ def trace_of(program, case):
         if case.typed is None:
             result = subprocess.run(command, input=case.stdin, **options)
         else:
-            result = on_terminal_at_last(command, case.typed, options)
+            result = on_terminal(command, case.typed, options)
     return result.stderr.decode("utf-8", "replace")

@@ -2,6 +2,7 @@
 // lines, while the test types and looks at what is shown.
 
 #include <kvfile/kvhost.h>
+#include <kvfile/platform/unixio.h>
 
 #include "standalone/host_fixture.h"
 #include "terminal/line_reader.h"
@@ -16,6 +17,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -45,24 +47,47 @@ std::vector<std::string> completeFruit(std::string_view line, size_t cursor, siz
   return found;
 }
 
-// Reads lines until the end of the input and reports each status and text.
-int readLines(const std::string& history, size_t size) {
+int report(int status, std::string text) {
+  if (!text.empty() && text.back() == '\n') text.back() = '$';
+  std::printf("{%d:%s}\n", status, text.c_str());
+  std::fflush(stdout);
+  return status;
+}
+
+using Read = int (*)(LineReaderStateType* reader, char* buf, size_t size);
+
+int readByEditor(LineReaderStateType* reader, char* buf, size_t size) {
+  return LrSupReadLine(reader, stdin, buf, size, "prompt> ", TRUE);
+}
+
+int readByStream(LineReaderStateType*, char* buf, size_t size) {
+  return UnixIoFgets_(buf, size, stdin);
+}
+
+// Reads a line, or the next piece of one, and reports its status, which it answers, and its text.
+int readAndReport(LineReaderStateType* reader, size_t size, Read read = readByEditor) {
+  std::vector<char> buf(size + 1, '#');
+  const int status = read(reader, buf.data(), size);
+  if (buf[size] != '#') _exit(8);
+  return report(status, buf.data());
+}
+
+// What the child does with the reader that it has made.
+using Body = std::function<void(LineReaderStateType* reader)>;
+
+int withReader(const std::string& history, const Body& body) {
   kvhost::enableInterrupts();
   LineReaderStateType* reader = kvhost::lineReaderCreate("test", history.c_str());
   if (reader == nullptr) return 9;
   kvhost::lineReaderSetCompleter(reader, completeFruit);
-  int status = 0;
-  while (status != -1) {
-    std::vector<char> buf(size + 1, '#');
-    status = LrSupReadLine(reader, stdin, buf.data(), size, "prompt> ", TRUE);
-    if (buf[size] != '#') return 8;
-    std::string text = buf.data();
-    if (!text.empty() && text.back() == '\n') text.back() = '$';
-    std::printf("{%d:%s}\n", status, text.c_str());
-    std::fflush(stdout);
-  }
+  body(reader);
   LineReadShutdown(reader);
   return 0;
+}
+
+void waitFor(int gate) {
+  char byte = 0;
+  if (read(gate, &byte, 1) != 1) _exit(7);
 }
 
 class LineReader : public hosttest::InDirectory {
@@ -76,7 +101,9 @@ class LineReader : public hosttest::InDirectory {
     InDirectory::TearDown();
   }
 
-  void start(size_t size = BUFFER_SIZE) {
+  // A child on a terminal of its own; `screen` is what its output is read from, its terminal if
+  // there is none.
+  void launch(const std::function<int()>& child, int screen = -1) {
     if (terminal_ >= 0) close(terminal_);
     shown_.clear();
     struct winsize window = {24, 80, 0, 0};
@@ -86,8 +113,21 @@ class LineReader : public hosttest::InDirectory {
       setenv("TERM", "xterm", 1);
       setenv("HOME", directory.c_str(), 1);
       setenv("LC_ALL", "C.UTF-8", 1);
-      _exit(readLines(in("history"), size));
+      _exit(child());
     }
+    screen_ = screen >= 0 ? screen : terminal_;
+  }
+
+  // One that reads lines until the end of the input.
+  int readLines(size_t size = BUFFER_SIZE) {
+    return withReader(in("history"), [size](LineReaderStateType* reader) {
+      while (readAndReport(reader, size) != -1) {
+      }
+    });
+  }
+
+  void start(size_t size = BUFFER_SIZE) {
+    launch([this, size] { return readLines(size); });
     expectShown("prompt> ");
   }
 
@@ -116,8 +156,8 @@ class LineReader : public hosttest::InDirectory {
   void expectEnd() {
     type("\x04");
     expectShown(reported("-1:"));
-    while (readScreen()) {
-    }
+    const Clock::time_point begin = Clock::now();
+    while (readScreen()) ASSERT_LT(millisSince(begin), PATIENCE_MILLIS) << "it goes on";
     int status = 0;
     ASSERT_EQ(waitpid(child_, &status, 0), child_);
     child_ = -1;
@@ -132,15 +172,16 @@ class LineReader : public hosttest::InDirectory {
 
   std::string shown_;
   int terminal_ = -1;
+  int screen_ = -1;
   pid_t child_ = -1;
 
  private:
   // False when the far side is closed.
   bool readScreen() {
-    struct pollfd ready = {terminal_, POLLIN, 0};
+    struct pollfd ready = {screen_, POLLIN, 0};
     if (poll(&ready, 1, 500) == 0) return true;
     char piece[512];
-    const ssize_t got = read(terminal_, piece, sizeof piece);
+    const ssize_t got = read(screen_, piece, sizeof piece);
     if (got <= 0) return false;
     shown_.append(piece, static_cast<size_t>(got));
     return true;
@@ -293,6 +334,86 @@ TEST_F(LineReader, completesWords) {
       "che");
   type("nothing\t\n");
   expectLine("nothing");
+  expectEnd();
+}
+
+TEST_F(LineReader, sharesWhatIsTypedAheadWithOtherReaders) {
+  launch([this] {
+    return withReader(in("history"), [](LineReaderStateType* reader) {
+      for (const Read read : {readByEditor, readByStream, readByEditor, readByStream}) {
+        readAndReport(reader, BUFFER_SIZE, read);
+      }
+      readAndReport(reader, BUFFER_SIZE);
+    });
+  });
+  expectShown("prompt> ");
+  type("one\ntwo\rthree\rfour\n");  // in one piece, while the editor has the terminal
+  for (const char* line : {"one", "two", "three", "four"}) {
+    expectShown(reported("0:" + std::string(line) + "$"));
+  }
+  expectShown("prompt> ");
+  expectEnd();
+}
+
+TEST_F(LineReader, takesWhatWasTypedBeforeItCameUpAndBetweenLines) {
+  const hosttest::Pipe gate;
+  launch([&] {
+    waitFor(gate.readEnd());
+    return withReader(in("history"), [&](LineReaderStateType* reader) {
+      for (int i = 0; i < 2; ++i) readAndReport(reader, BUFFER_SIZE);
+      waitFor(gate.readEnd());
+      for (int i = 0; i < 4; ++i) readAndReport(reader, BUFFER_SIZE);
+    });
+  });
+  type("first\nsecond\n");
+  expectShown("second\r\n");
+  ASSERT_EQ(write(gate.writeEnd(), "1", 1), 1);
+  expectShown(reported("0:first$"));
+  expectShown(reported("0:second$"));
+  type(
+      "third\n\x04"
+      "fourth\npart");  // with an end of the input
+  expectShown("fourth\r\npart");
+  ASSERT_EQ(write(gate.writeEnd(), "2", 1), 1);
+  expectShown(reported("0:third$"));
+  expectShown(reported("-1:"));
+  expectShown(reported("0:fourth$"));
+  expectShown("prompt> part");
+  type("ner\n");
+  expectShown(reported("0:partner$"));
+}
+
+TEST_F(LineReader, leavesTheTerminalAsItIsWhereTheLineCannotBeShown) {
+  hosttest::Pipe output;
+  launch(
+      [&] {
+        dup2(output.writeEnd(), STDOUT_FILENO);
+        return readLines();
+      },
+      output.readEnd());
+  output.closeWriteEnd();
+  expectShown("prompt> ");
+  const tcflag_t watched = ICANON | ECHO | ISIG;
+  EXPECT_EQ(settings().c_lflag & watched, watched);
+  const int keeper = open(ptsname(terminal_), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_GE(keeper, 0);
+  type("wrong\x15\xff\tap\t\n");
+  expectLine("\xff\tap\t");
+  type("enter\r");
+  expectLine("enter");
+  type("half a li\x03");
+  expectReport("-2:");
+  expectEnd();
+  EXPECT_EQ(settings().c_lflag & watched, watched);
+  close(keeper);
+}
+
+TEST_F(LineReader, leavesTheTerminalAsItIsWhereTheUserWantsNoEditing) {
+  hosttest::writeFile(in(".editrc"), "edit off\n");
+  start();
+  EXPECT_NE(settings().c_lflag & ICANON, 0U);
+  type("wrong\x15right\n");
+  expectLine("right");
   expectEnd();
 }
 
