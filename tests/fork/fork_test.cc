@@ -85,7 +85,7 @@ int useTheHost(const std::string& path, bool compressed) {
 // A child that hangs is ended, so that the test fails and goes on.
 int childExit(const std::function<int()>& body) {
   hosttest::Helper child([&body] {
-    alarm(60);
+    alarm(300);
     return body();
   });
   return child.exitCode();

@@ -98,7 +98,7 @@ class OtherEnd {
     pid_ = fork();
     if (pid_ != 0) return;
     signal(SIGPIPE, SIG_IGN);
-    alarm(60);
+    alarm(300);
     body();
     _exit(0);
   }
@@ -440,7 +440,7 @@ TEST_F(Signals, AnOpenThatIsInterruptedSaysSoAndCanBeTriedAgain) {
     fflush(nullptr);
     const pid_t late = fork();
     if (late == 0) {
-      alarm(60);
+      alarm(300);
       usleep(3000);
       const int fd = open("fifo", O_WRONLY);
       _exit(::write(fd, sent.data(), sent.size()) == static_cast<ssize_t>(sent.size()) ? 0 : 4);

@@ -34,11 +34,11 @@ class Transcripts(unittest.TestCase):
     def record(self, size, number):
         subprocess.run([PROGRAMS / "model_test", "--size", str(size), "--seed", "1", "--first", str(number),
                         "--record", "--transcript", self.transcript],
-                       check=True, stdout=subprocess.DEVNULL, timeout=60)
+                       check=True, stdout=subprocess.DEVNULL, timeout=600)
 
     def replay(self, size):
-        return subprocess.run([PROGRAMS / SHELLS[size], "check", self.transcript], capture_output=True,
-                              text=True, errors="replace", timeout=60, preexec_fn=limit_files,
+        return subprocess.run([PROGRAMS / SHELLS[size], "check", "--timeout", "600", self.transcript], capture_output=True,
+                              text=True, errors="replace", timeout=600, preexec_fn=limit_files,
                               env={**os.environ, "TMPDIR": self.folder.name})
 
     def test_recorded_sequences_replay_as_the_model_expects(self):

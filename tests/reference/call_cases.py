@@ -139,9 +139,11 @@ ODD_ANSWERS = ["KciGetSessionId:1+:result=0", "KciSupGetKvfileOopMap:1+:result=0
 CONFLICT = """
 f := KvFile new. KvfOpen(f, 'shared', 'w+', false)
 Smalltalk system: '"$KVF" -q -e "g := KvFile new. KvfOpen(g, ''shared'', ''r+'', false).
-  KvfLock(g, ''writeLock'', 0, 1, 0). KvfOpen(KvFile new, ''held'', ''w'', false). Smalltalk sleep: 2000" &'
+  KvfLock(g, ''writeLock'', 0, 1, 0). KvfOpen(KvFile new, ''held'', ''w'', false). Smalltalk sleep: 300000" &
+  echo $! >holder'
 [KvfSize(KvFile, 'held') < 0] whileTrue: [Smalltalk sleep: 5]
 KvfLockQuery(f, 'writeLock', 0, 0). KvfLock(f, 'writeLock', 0, 0, 0)
+Smalltalk system: 'kill $(cat holder)'
 """
 
 TERMINAL = """

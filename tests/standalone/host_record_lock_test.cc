@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cerrno>
 #include <ctime>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -40,6 +41,7 @@ class Holder {
     EXPECT_EQ(locked, 'L');
   }
   pid_t pid() const { return helper_.pid(); }
+  void end() const { kill(helper_.pid(), SIGKILL); }
 
   // Milliseconds between the release of the lock and now; for a holder with a time.
   double millisSinceRelease() {
@@ -194,10 +196,16 @@ TEST_P(RecordLockWait, waitsWithoutUsingTheProcessor) {
 }
 
 TEST_P(RecordLockWait, waitIsNotEndedByOtherSignals) {
-  Holder holder(in("f"), F_WRLCK, 0, 10, 100);
+  const Holder holder(in("f"), F_WRLCK, 0, 10);
   const hosttest::AlarmStorm storm(3000);
+  std::thread releasing = hosttest::threadWithoutAlarms([&, waiting = gettid()] {
+    hosttest::waitUntilAsleep(waiting);
+    const auto before = hosttest::AlarmStorm::count;
+    while (hosttest::AlarmStorm::count <= before + 3) usleep(1000);
+    holder.end();
+  });
   EXPECT_EQ(lock(WRITE_LOCK, 0, 10, PATIENCE_MILLIS), 1);
-  EXPECT_GT(hosttest::AlarmStorm::count, 0);
+  releasing.join();
 }
 
 TEST_P(RecordLockWait, waitTakesTheLongestTimeThatCanBeGiven) {
@@ -215,10 +223,15 @@ TEST_F(RecordLock, waitTakesNoSignalUnlessOneIsGiven) {
     sigaction(signal, &own, &former[static_cast<size_t>(signal)]);
   }
   const Holder holder(in("f"), F_WRLCK, 0, 10);
-  std::thread waiting([&] { EXPECT_EQ(lock(WRITE_LOCK, 0, 10, 150), 0); });
+  std::promise<pid_t> waiter;
+  std::thread waiting([&] {
+    waiter.set_value(gettid());
+    EXPECT_EQ(lock(WRITE_LOCK, 0, 10, PATIENCE_MILLIS), 1);
+  });
+  hosttest::waitUntilAsleep(waiter.get_future().get());
   seen = 0;
-  usleep(50000);
   for (int signal = SIGRTMIN; signal <= SIGRTMAX; ++signal) kill(getpid(), signal);
+  holder.end();
   waiting.join();
   EXPECT_EQ(seen, SIGRTMAX - SIGRTMIN + 1) << "each reached the handler of the program";
   for (int signal = SIGRTMIN; signal <= SIGRTMAX; ++signal) {
@@ -239,7 +252,7 @@ TEST_F(RecordLock, waitWorksWhereNoTimerCanBeHad) {
       kvhost::setLockWaitSignal(signal);
       const Clock::time_point start = Clock::now();
       if (lock(WRITE_LOCK, 0, 10, 80) != 0 || millisSince(start) < 80) return 1;
-      return lock(WRITE_LOCK, 20, 10, 5000) == 1 ? 0 : 2;
+      return lock(WRITE_LOCK, 20, 10, PATIENCE_MILLIS) == 1 ? 0 : 2;
     });
     EXPECT_EQ(limited.exitCode(), 0) << signal;
   }
