@@ -5,6 +5,7 @@
 #include <kvfile/platform/unixio.h>
 
 #include "hostlayer/error_text.h"
+#include "hostlayer/held_input.h"
 #include "hostlayer/interrupt.h"
 
 #include <poll.h>
@@ -117,7 +118,8 @@ BoolType UnixIoFstat(int fd, struct stat64* buf, char* errMsg, size_t errMsgSize
 
 // NUL bytes of the line are stored like any other. A line that a user interrupt or a failure cuts
 // is delivered as far as it came; the interrupt stays noted, and the next call answers it. A `size`
-// of 1 leaves room for no byte: the empty text is answered without a read.
+// of 1 leaves room for no byte: the empty text is answered without a read. What the line reader holds
+// of a long line comes first.
 int UnixIoFgets_(char* buf, size_t size, FILE* stream) {
   if (size == 0 || stream == nullptr) {
     errno = EINVAL;
@@ -128,7 +130,7 @@ int UnixIoFgets_(char* buf, size_t size, FILE* stream) {
   if (size > 1 && kvhost::takeInterrupt()) {
     errno = EINTR;
     status = -2;
-  } else if (size > 1) {
+  } else if (size > 1 && !kvhost::takeHeldInput(stream, buf, size - 1, &length)) {
     flockfile(stream);
     status = fetchLine(buf, size - 1, stream, &length);
     funlockfile(stream);

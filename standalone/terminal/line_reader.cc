@@ -2,6 +2,7 @@
 
 #include <kvfile/kvhost.h>
 
+#include "hostlayer/held_input.h"
 #include "hostlayer/interrupt.h"
 #include "terminal/completion.h"
 #include "terminal/history_file.h"
@@ -50,7 +51,7 @@ struct LineReaderStateType {
   int interruptKey = NO_KEY;
   size_t typedAhead = 0;  // unread bytes that came before the editor had the terminal
   std::string prompt;
-  std::string undelivered;  // of a line that was longer than the caller's buffer
+  std::string line;  // the one that was read last
   InputEnd inputEnd = InputEnd::None;
   int inputErrno = 0;
 };
@@ -299,17 +300,17 @@ int answerEnd(const LineReaderStateType* state, InputEnd end, int errNum) {
 }
 
 void remember(LineReaderStateType* state) {
-  std::string line = state->undelivered;
+  std::string line = state->line;
   while (!line.empty() && line.back() == '\n') line.pop_back();
   state->history.add(line);
 }
 
-// Both leave a line in `undelivered`, or nothing with `inputEnd` set.
+// Both leave a line in `line`, or nothing with `inputEnd` set.
 void editLine(LineReaderStateType* state) {
   prepareEditor(state);
   int length = 0;
   const char* line = el_gets(state->editor, &length);
-  if (line != nullptr && length > 0) state->undelivered = line;
+  if (line != nullptr && length > 0) state->line = line;
 }
 
 // The bytes are taken as they are: nobody has to show them.
@@ -319,11 +320,11 @@ void takeLine(LineReaderStateType* state) {
   std::fputs(state->prompt.c_str(), stdout);
   std::fflush(stdout);
   int c = 0;
-  while (c != '\n' && (c = nextByte(state)) >= 0) state->undelivered += static_cast<char>(c);
-  if (state->inputEnd == InputEnd::Interrupted) state->undelivered.clear();
+  while (c != '\n' && (c = nextByte(state)) >= 0) state->line += static_cast<char>(c);
+  if (state->inputEnd == InputEnd::Interrupted) state->line.clear();
 }
 
-// Reads a line into `undelivered`; the answer is that of LrSupReadLine.
+// Reads a line into `line`; the answer is that of LrSupReadLine.
 int readLine(LineReaderStateType* state, FILE* stream, const char* prompt, bool toHistory) {
   const kvhost::CharacterSetScope characterSet;
   const kvhost::TerminalSignalScope signals;
@@ -334,7 +335,7 @@ int readLine(LineReaderStateType* state, FILE* stream, const char* prompt, bool 
   } else {
     takeLine(state);
   }
-  if (state->undelivered.empty()) return answerEnd(state, state->inputEnd, state->inputErrno);
+  if (state->line.empty()) return answerEnd(state, state->inputEnd, state->inputErrno);
   if (toHistory) remember(state);
   return 0;
 }
@@ -363,18 +364,16 @@ int LrSupReadLine(LineReaderStateType* state, FILE* stream, char* buf, size_t si
     errno = EINVAL;
     return 1;
   }
-  if (state->undelivered.empty()) {
-    const int status = readLine(state, stream, prompt, flag != 0);
-    if (status != 0) {
-      buf[0] = '\0';
-      return status;
-    }
+  size_t length = 0;
+  int status = 0;
+  if (!kvhost::takeHeldInput(stream, buf, size - 1, &length)) {
+    status = readLine(state, stream, prompt, flag != 0);
+    length = state->line.copy(buf, size - 1);
+    kvhost::holdInput(stream, state->line.substr(length));
+    state->line.clear();
   }
-  const size_t length = std::min(size - 1, state->undelivered.size());
-  std::memcpy(buf, state->undelivered.data(), length);
   buf[length] = '\0';
-  state->undelivered.erase(0, length);
-  return 0;
+  return status;
 }
 
 void LineReadShutdown(LineReaderStateType* state) {

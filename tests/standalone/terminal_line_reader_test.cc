@@ -355,6 +355,24 @@ TEST_F(LineReader, sharesWhatIsTypedAheadWithOtherReaders) {
   expectEnd();
 }
 
+TEST_F(LineReader, sharesTheRestOfALongLineWithOtherReaders) {
+  launch([this] {
+    return withReader(in("history"), [](LineReaderStateType* reader) {
+      for (const Read read : {readByEditor, readByStream, readByEditor, readByStream}) {
+        readAndReport(reader, 9, read);
+      }
+      readAndReport(reader, BUFFER_SIZE);
+    });
+  });
+  expectShown("prompt> ");
+  type("0123456789abcdefXYZ\nnext\n");
+  for (const char* piece : {"01234567", "89abcdef", "XYZ$", "next$"}) {
+    expectShown(reported("0:" + std::string(piece)));
+  }
+  expectShown("prompt> ");
+  expectEnd();
+}
+
 TEST_F(LineReader, takesWhatWasTypedBeforeItCameUpAndBetweenLines) {
   const hosttest::Pipe gate;
   launch([&] {
