@@ -54,10 +54,7 @@ struct ByteSink {
   void storeRest() {
     if (count > 0) store(count);
   }
-  void add(uint8 value) {
-    buffer[count++] = value;
-    storeFull();
-  }
+  void add(uint8 value) { buffer[count++] = value; }
 };
 static_assert(std::is_trivially_destructible_v<ByteSink>);
 
@@ -105,7 +102,7 @@ int64 loadFromFile(KvFileDataSType* p, OopType oByteObj, int64 amount) {
   ByteSink sink;
   sink.open(oByteObj, amount);
   DecimalReader reader;
-  while (!sink.isSatisfied() && !reader.stopped() && !p->lastReadEof && p->kvferror() == 0) {
+  while (!sink.isSatisfied() && !reader.stopped() && p->kvferror() == 0) {
     const int c = p->kvfgetc();
     if (c < 0) {
       if (reader.insideValue()) sink.add(reader.endValue());

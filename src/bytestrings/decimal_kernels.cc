@@ -1,6 +1,8 @@
 // Which kernels this processor can run. They need no more than what is asked for here.
 #include "bytestrings/decimal_kernels.h"
 
+#include <algorithm>
+
 namespace kvf {
 
 #if defined(__x86_64__)
@@ -11,25 +13,35 @@ namespace {
 constexpr DecimalKernel KERNELS[] = {{"vbmi2", printDecimalVbmi2, parseDecimalVbmi2},
                                      {"avx2", printDecimalAvx2, parseDecimalAvx2}};
 
-bool hasAvx2() { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt"); }
+// Reckoned without a branch, so that every processor takes the one way that there is, and each test
+// of it says something about all of them.
+bool hasAvx2() {
+  return std::min(__builtin_cpu_supports("avx2") != 0, __builtin_cpu_supports("popcnt") != 0);
+}
 
 bool hasVbmi2() {
-  return hasAvx2() && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-         __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
-         __builtin_cpu_supports("avx512vbmi2");
+  return std::min({hasAvx2(), __builtin_cpu_supports("avx512f") != 0,
+                   __builtin_cpu_supports("avx512bw") != 0, __builtin_cpu_supports("avx512vl") != 0,
+                   __builtin_cpu_supports("avx512vbmi") != 0,
+                   __builtin_cpu_supports("avx512vbmi2") != 0});
 }
+
+// Each kernel, and in front of them what there is where none can run.
+constexpr const DecimalKernel* FASTEST[] = {nullptr, &KERNELS[1], &KERNELS[0]};
 
 }  // namespace
 
 std::span<const DecimalKernel> usableKernels() {
-  const std::span<const DecimalKernel> all = KERNELS;
-  if (hasVbmi2()) return all;
-  return all.last(hasAvx2() ? 1 : 0);
+  return std::span<const DecimalKernel>(KERNELS).last(size_t{hasAvx2()} + size_t{hasVbmi2()});
 }
+
+const DecimalKernel* fastestKernel() { return FASTEST[usableKernels().size()]; }
 
 #else
 
 std::span<const DecimalKernel> usableKernels() { return {}; }
+
+const DecimalKernel* fastestKernel() { return nullptr; }
 
 #endif
 

@@ -51,10 +51,7 @@ struct DecimalKernel {
 std::span<const DecimalKernel> usableKernels();
 
 // The fastest of them; null where there is none.
-inline const DecimalKernel* fastestKernel() {
-  const std::span<const DecimalKernel> usable = usableKernels();
-  return usable.empty() ? nullptr : usable.data();
-}
+const DecimalKernel* fastestKernel();
 
 // ---- what kernels are made of ----
 

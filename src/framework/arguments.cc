@@ -7,6 +7,8 @@
 #include "framework/assertions.h"
 #include "framework/raise.h"
 
+#include <algorithm>
+
 namespace kvf {
 
 BoolType isUtf16(OopType oPath) { return KciIsKindOfClass(oPath, OOP_CLASS_UTF16_STRING); }
@@ -74,8 +76,7 @@ BoolType fetchString(OopType oStr, size_t bufSize, char* buf) {
     raiseError(KVF_ERR_ARGUMENT_RANGE, oStr);
     return FALSE;
   }
-  if (count < 0) count = 0;
-  buf[count < capacity ? count : capacity] = '\0';
+  buf[std::clamp<int64>(count, 0, capacity)] = '\0';
   return TRUE;
 }
 

@@ -6,5 +6,6 @@
 #include <cassert>
 #define KVF_ASSERT(condition) assert(condition)
 #else
-#define KVF_ASSERT(condition) static_cast<void>(sizeof(condition))
+#include <type_traits>
+#define KVF_ASSERT(condition) static_assert(std::is_convertible_v<decltype(condition), bool>)
 #endif

@@ -23,7 +23,7 @@ BoolType KvFileWrite(OopType oFile, const ByteType* buffer, intptr_t numBytes, i
   intptr_t left = numBytes;
   while (left > 0) {
     const ssize_t n = p->kvfwrite(buffer, static_cast<size_t>(chunk));
-    if (n <= 0 || p->kvferror() != 0) return FALSE;
+    if (n <= 0) return FALSE;
     p->nextOsReadPos = wrappingAdd(p->nextOsReadPos, n);
     left -= n;
   }

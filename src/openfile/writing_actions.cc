@@ -19,8 +19,7 @@ namespace {
 constexpr int64 WRITE_CHUNK = 4096;  // bytes fetched and written at a time
 constexpr int MAX_PRINT_COLUMN = 200;
 
-// Writes until everything is written, the host takes no more, or an error is there. Answers the
-// count.
+// Writes until everything is written, or the host takes no more. Answers the count.
 int64 writeChunks(KvFileDataSType* p, OopType oBytes, int64 numBytes) {
   ByteType buffer[WRITE_CHUNK];
   int64 total = 0;
@@ -31,7 +30,7 @@ int64 writeChunks(KvFileDataSType* p, OopType oBytes, int64 numBytes) {
     // A fetch that comes back short must not let old memory into the file.
     memset(buffer + fetched, 0, static_cast<size_t>(chunk - fetched));
     const ssize_t n = p->kvfwrite(buffer, static_cast<size_t>(chunk));
-    if (n <= 0 || p->kvferror() != 0) break;
+    if (n <= 0) break;
     total += n;
   }
   return total;

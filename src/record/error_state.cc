@@ -51,7 +51,7 @@ void KvFileDataSType::getGzError() {
   if (zErrCode == Z_OK) return;
   if (zErrCode == Z_ERRNO) {
     storeErrno();
-  } else if (msg != nullptr) {
+  } else {
     storeErrorString(msg);
   }
 }

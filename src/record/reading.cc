@@ -99,7 +99,6 @@ ssize_t KvFileDataSType::readIntoBuffer(ssize_t numBytes, const char* prompt) {
   }
   readBufIdx = 0;
   numBytes -= avail;
-  if (numBytes <= 0) return avail;
   kvclearerr();
 
   ssize_t n = 0;

@@ -114,6 +114,16 @@ int __wrap_UnixIoFgets_(char* buf, size_t size, FILE* stream) {
   return 0;
 }
 
+int __real_HostLockFileQuery(FILE* f, int isWriteLock, long offset, long bytes,
+                             struct flock64* info, char* errMsg, size_t errMsgSize);
+int __wrap_HostLockFileQuery(FILE* f, int isWriteLock, long offset, long bytes,
+                             struct flock64* info, char* errMsg, size_t errMsgSize) {
+  if (!lies.describesLock)
+    return __real_HostLockFileQuery(f, isWriteLock, offset, bytes, info, errMsg, errMsgSize);
+  *info = lies.lock;
+  return 1;
+}
+
 BoolType __real_KciErr(KciErrSType* err);
 BoolType __wrap_KciErr(KciErrSType* err) {
   const BoolType pending = __real_KciErr(err);

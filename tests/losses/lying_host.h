@@ -5,6 +5,8 @@
 
 #include <kvfile/platform/oop.h>
 
+#include <fcntl.h>
+
 namespace kvtest {
 
 // What the host of this thread does; everything off is the host as it is.
@@ -23,6 +25,10 @@ struct Lies {
   char socketText = 0;    // KciSupFetch- and KciSupSetKciSocketBufSize, which then fail
   char line = 0;          // UnixIoFgets_, which then succeeds
   char error = 0;         // KciErr: both texts of an error that was pending
+
+  // The lock that HostLockFileQuery describes, where it is to.
+  struct flock64 lock = {};
+  bool describesLock = false;
 };
 
 extern thread_local Lies lies;

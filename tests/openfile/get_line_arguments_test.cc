@@ -61,6 +61,16 @@ TEST_F(GetLineArguments, ThePromptIsFetchedUpTo1023Characters) {
   EXPECT_EQ(calls[0].result, "1023");
 }
 
+TEST_F(GetLineArguments, APromptThatIsSaidToBeLongerThanWasAskedForIsRefused) {
+  const OopType file = openWith("ab\n");
+  const OopType prompt = str("?");
+  fault("KciFetchChars_:1:result=1024");
+  expectRefused(prompt, file, OOP_NIL, one, newline, prompt);
+  clearFaults();
+  fault("KciFetchChars_:1:result=1023");
+  EXPECT_EQ(show(getLine(file, OOP_NIL, 1, newline, prompt)), "'ab\n'");
+}
+
 TEST_F(GetLineArguments, TheStartIsWithinTheStringOrJustBehindIt) {
   const OopType file = openWith("ab\n");
   const OopType into = str("xyz");

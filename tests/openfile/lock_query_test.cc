@@ -145,6 +145,13 @@ TEST_F(LockPosition, TheTextIsCutToItsRoom) {
   EXPECT_EQ(text(), "lseek");
 }
 
+TEST_F(LockPosition, WithoutRoomForATextNoneIsWritten) {
+  for (const int whence : {1, 2, 3}) {
+    EXPECT_EQ(compute(-1, whence, 7, 0), -1);
+    EXPECT_EQ(text_, std::string(1, '\0') + std::string(255, '#')) << whence;
+  }
+}
+
 TEST_F(LockPosition, TheSumWraps) {
   EXPECT_EQ(compute(fd_, 2, INT64_MAX), INT64_MIN + 9);
   EXPECT_EQ(compute(fd_, 1, INT64_MIN), INT64_MIN);

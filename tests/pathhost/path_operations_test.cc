@@ -46,8 +46,8 @@ TEST_F(PathOperations, UnlinkLeavesADirectory) {
 }
 
 TEST_F(PathOperations, UnlinkTakesNamesThatOnlyResembleStandardFiles) {
-  for (const char* name :
-       {"stdin2", "stdi", "std", "stdouts", "Stdin", "STDERR", "./stdout", " stdin", "stdx"}) {
+  for (const char* name : {"stdin2", "stdi", "std", "st", "s", "stop", "sdtin", "stdouts", "Stdin",
+                           "STDERR", "./stdout", " stdin", "stdx"}) {
     writeFile(name, "x");
     EXPECT_EQ(call("KvfUnlink", {KV_FILE, str(name)}), KV_FILE) << name;
     EXPECT_FALSE(exists(name)) << name;

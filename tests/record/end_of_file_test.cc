@@ -68,6 +68,16 @@ TEST_F(EndOfFile, AReadErrorPassesForTheEnd) {
   EXPECT_EQ(read->lastReadEof, FALSE);
 }
 
+TEST_F(EndOfFile, BehindAFullBufferThatIsUsedUpMoreIsReadIfThereIsMore) {
+  for (const size_t size : {4096U, 4097U, 10000U}) {
+    KvFileDataSType* record = openPlainWith(countingBytes(size), "r");
+    EXPECT_EQ(readThroughBuffer(record, 4096), countingBytes(4096));
+    EXPECT_EQ(ask(record, &traffic_), oopFromBool(size == 4096)) << size;
+    EXPECT_EQ(traffic_, (Traffic{"lseek(0, SEEK_CUR)", "HostReadFile_(4096)"}));
+    EXPECT_EQ(record->bufBytesAvail(), std::min<intptr_t>(size - 4096, 4096));
+  }
+}
+
 TEST_F(EndOfFile, AnInterruptAfterAReadIsNotTheEnd) {
   KvFileDataSType* record = openPlainWith("abc", "r");
   EXPECT_EQ(readThroughBuffer(record, 3), "abc");

@@ -114,6 +114,24 @@ TEST_F(HostPosition, GzipSeeksAndTellsThroughZlib) {
   EXPECT_EQ(failureOf(record), NO_FAILURE) << "zlib sets no code for it";
 }
 
+TEST_F(HostPosition, AGzipHandleThatTellsNoPositionLeavesItsErrorIfItHasOne) {
+  writeGzip("packed", "abcdef");
+  KvFileDataSType* sound = openGzip("packed", "rb");
+  fault("gztell:1:EIO");
+  auto calls = callsDuring([&] { EXPECT_EQ(sound->kvftell(), -1); });
+  EXPECT_EQ(namesOf(calls), (Traffic{"gztell", "gzerror"}));
+  EXPECT_EQ(failureOf(sound), NO_FAILURE) << "its handle has none";
+  EXPECT_EQ(sound->kvftell(), 0);
+  clearFaults();
+
+  KvFileDataSType* broken = adopt(nullptr, brokenGzip("packed", "rb"), false, "rb");
+  ByteType byte = 0;
+  EXPECT_EQ(broken->kvfread(&byte, 1), -1) << "leaves the handle with a host error";
+  fault("gztell:1:EBADF");
+  EXPECT_EQ(broken->kvftell(), -1);
+  EXPECT_EQ(failureOf(broken), (Failure{EBADF, Z_ERRNO, ""})) << "the one text was used before";
+}
+
 TEST_F(HostPosition, AZlibFailureOfASeekIsTaken) {
   writeGzip("packed", "abcdef");
   KvFileDataSType* record = adopt(nullptr, brokenGzip("packed", "rb"), false, "rb");
