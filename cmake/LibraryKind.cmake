@@ -16,6 +16,12 @@ function(kvf_add_module target kind read_buf_size)
     $<$<CONFIG:Debug>:KVF_ASSERTIONS>)
   target_compile_options(${target} PRIVATE
     -fvisibility=hidden -fexceptions -fno-rtti -fno-threadsafe-statics -U_FORTIFY_SOURCE)
+  # Of its own code also what the language allows and what is nearly always a mistake: an unsigned
+  # value that wraps, a conversion that changes the value. What wraps on purpose says so.
+  if(KVFILE_SANITIZE MATCHES "undefined" AND CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    target_compile_options(${target} PRIVATE -fsanitize=integer,implicit-conversion
+      -fno-sanitize-recover=all)
+  endif()
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(${target} PUBLIC kvfile_headers ZLIB::ZLIB
     PRIVATE $<BUILD_INTERFACE:kvf_options>)

@@ -204,7 +204,7 @@ KVF_AVX2 DecimalProgress parseDecimalAvx2(const uint8_t* text, size_t length, ui
                                      _mm256_and_si256(highEnds, sumsOf(high, middle)));
     // What was consumed ended with a separator: it cuts no pair that has an end.
     const auto ends = static_cast<uint32_t>(_mm256_movemask_epi8(joinPairs(lowEnds, highEnds))) &
-                      ~uint32_t{0} << (done.consumed - at) / 2;
+                      static_cast<uint32_t>(movedUp(~uint64_t{0}, (done.consumed - at) / 2));
     uint8_t* const end = storeWanted(values, ends, out + done.produced);
     done.produced = static_cast<size_t>(end - out);
     done.consumed = at + DECIMAL_BLOCK - static_cast<size_t>(__builtin_clzll(isSeparator));

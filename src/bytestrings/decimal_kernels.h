@@ -73,10 +73,16 @@ inline size_t nextWindow(size_t at, size_t length) {
   return at == last ? length : std::min(at + DECIMAL_BLOCK - 4, last);
 }
 
+// The bits moved up by fewer than 64 places. What is moved out is dropped before, which says that it
+// is meant, and costs nothing where the places are known.
+inline uint64_t movedUp(uint64_t bits, size_t places) {
+  return (bits & ~uint64_t{0} >> places) << places;
+}
+
 // The characters of a window, one a bit, that are the fifth digit of a run or a later one.
 inline uint64_t fifthDigits(uint64_t digits) {
-  const uint64_t second = digits & digits << 1;
-  return second & second << 2 & digits << 4;
+  const uint64_t second = digits & movedUp(digits, 1);
+  return second & movedUp(second, 2) & movedUp(digits, 4);
 }
 
 // A table with an entry for each value of a character's low four bits.

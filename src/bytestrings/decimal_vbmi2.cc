@@ -83,8 +83,8 @@ KVF_VBMI2 inline __m512i lookUp(const NibbleTable& table, __m512i nibbles) {
 
 // For each digit of a window, the value of the digits of its run up to it, modulo 256.
 KVF_VBMI2 inline __m512i sumsOf(const uint8_t* window, __m512i digit, __mmask64 isDigit) {
-  const __mmask64 isSecond = isDigit & isDigit << 1;
-  const __mmask64 isThird = isSecond & isDigit << 2;
+  const __mmask64 isSecond = isDigit & movedUp(isDigit, 1);
+  const __mmask64 isThird = isSecond & movedUp(isDigit, 2);
   // The characters before. What lies before the window is masked out, and so not read.
   const __m512i tens = _mm512_maskz_loadu_epi8(isSecond, window - 1);
   const __m512i sum = _mm512_add_epi8(digit, lookUp(DIGIT_TENS, tens));
@@ -114,7 +114,7 @@ KVF_VBMI2 DecimalProgress parseDecimalVbmi2(const uint8_t* text, size_t length, 
     if (~(isDigit | isSeparator) != 0 || fifthDigits(isDigit) != 0) break;
 
     const __m512i sums = sumsOf(text + at, digit, isDigit);
-    const __mmask64 ends = isDigit & isSeparator >> 1 & ~uint64_t{0} << (done.consumed - at);
+    const __mmask64 ends = isDigit & isSeparator >> 1 & movedUp(~uint64_t{0}, done.consumed - at);
     const __m512i values = _mm512_maskz_compress_epi8(ends, sums);
     _mm512_mask_storeu_epi64(out + done.produced, 0xF, values);  // 32 bytes
     done.produced += static_cast<size_t>(_mm_popcnt_u64(ends));

@@ -69,8 +69,8 @@ TEST_F(EndOfFile, AReadErrorPassesForTheEnd) {
 }
 
 TEST_F(EndOfFile, BehindAFullBufferThatIsUsedUpMoreIsReadIfThereIsMore) {
-  for (const size_t size : {4096U, 4097U, 10000U}) {
-    KvFileDataSType* record = openPlainWith(countingBytes(size), "r");
+  for (const intptr_t size : {4096, 4097, 10000}) {
+    KvFileDataSType* record = openPlainWith(countingBytes(static_cast<size_t>(size)), "r");
     EXPECT_EQ(readThroughBuffer(record, 4096), countingBytes(4096));
     EXPECT_EQ(ask(record, &traffic_), oopFromBool(size == 4096)) << size;
     EXPECT_EQ(traffic_, (Traffic{"lseek(0, SEEK_CUR)", "HostReadFile_(4096)"}));
