@@ -6,8 +6,10 @@
 #include "framework/assertions.h"
 #include "framework/texts.h"
 #include "record/allocation_sites.h"
+#include "record/unread_guard.h"
 
 #include <cstring>
+#include <iterator>
 
 namespace kvf {
 
@@ -48,6 +50,7 @@ void KvFileDataSType::reinitialize(FILE* fileArg, gzFile gzFileArg, BoolType /*i
   nextOsReadPos = 0;
   readBufSize = 0;
   readBufIdx = 0;
+  guardBytes(readBuffer, std::end(readBuffer));
   setFromMode(mode);
   isStdFile = isStd != 0;
 }
@@ -57,6 +60,7 @@ void KvFileDataSType::deallocate(KvFileDataSType* dataPtr) {
     UtlFree(dataPtr->errString);
     dataPtr->errString = nullptr;
   }
+  unguardBytes(dataPtr->readBuffer, std::end(dataPtr->readBuffer));
   UtlFree(dataPtr);
 }
 

@@ -163,6 +163,9 @@ class KvFileDataSType {
   // input is read.
   ssize_t readIntoBuffer(ssize_t numBytes, const char* prompt);
 
+  // The same where `avail` bytes are unread, fewer than `numBytes`.
+  ssize_t refill(ssize_t numBytes, intptr_t avail, const char* prompt);
+
   // Looks for an end-of-line sequence of `eolSize` (1 to 128) bytes in the buffer, refilling it
   // first where it holds less. 1: found, 0: not found, and `*nextIdxOut` is the buffer index behind
   // the bytes that are the caller's; -2: interrupted; -1: failed, or at the end of the file while

@@ -14,12 +14,14 @@
 #include "record/eol_scan.h"
 #include "record/file_record.h"
 #include "record/line_reader.h"
+#include "record/unread_guard.h"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <iterator>
 
 namespace kvf {
 
@@ -34,6 +36,7 @@ void KvFileDataSType::clearReadBuf() {
   lastOpWasRead = 0;
   readBufSize = 0;
   lastReadEof = FALSE;
+  guardBytes(readBuffer, std::end(readBuffer));
 }
 
 int64 KvFileDataSType::readPosition() const {
@@ -85,8 +88,15 @@ static int fetchStdinLine(KvFileDataSType* p, ssize_t numBytes, const char* prom
 
 ssize_t KvFileDataSType::readIntoBuffer(ssize_t numBytes, const char* prompt) {
   KVF_ASSERT(holds());
-  intptr_t avail = lastOpWasRead == 1 ? bufBytesAvail() : 0;
+  const intptr_t avail = lastOpWasRead == 1 ? bufBytesAvail() : 0;
   if (numBytes <= avail) return avail;
+  unguardBytes(readBuffer, std::end(readBuffer));
+  const ssize_t result = refill(numBytes, avail, prompt);
+  guardBytes(&readBuffer[readBufSize], std::end(readBuffer));
+  return result;
+}
+
+ssize_t KvFileDataSType::refill(ssize_t numBytes, intptr_t avail, const char* prompt) {
   if (avail > 0) {
     if (readBufIdx > 0) {
       memmove(readBuffer, &readBuffer[readBufIdx], static_cast<size_t>(avail));

@@ -45,9 +45,9 @@ class Scanning : public RecordTest {
   // The record's scan of these bytes from `from` on. What lies behind them would end a line, if it
   // were looked at.
   End scanned(const std::string& buffered, intptr_t from, std::string_view eol) {
-    std::copy(buffered.begin(), buffered.end(), record_->readBuffer);
-    for (std::size_t i = buffered.size(); i < buffered.size() + 64 + eol.size(); ++i)
-      record_->readBuffer[i] = static_cast<ByteType>(eol[(i - buffered.size()) % eol.size()]);
+    std::string all = buffered;
+    for (std::size_t i = 0; i < 64 + eol.size(); ++i) all += eol[i % eol.size()];
+    leaveInBuffer(record_, all);
     record_->readBufSize = static_cast<intptr_t>(buffered.size());
     record_->readBufIdx = from;
     intptr_t next = -1;
@@ -159,7 +159,7 @@ TEST_F(Scanning, AFullBufferIsScannedToItsLastByte) {
   for (std::size_t at = 4000; at < 4096; ++at) {
     std::string buffered(4096, 'x');
     buffered[at] = '\n';
-    std::copy(buffered.begin(), buffered.end(), record_->readBuffer);
+    leaveInBuffer(record_, buffered);
     record_->readBufSize = 4096;
     for (const intptr_t from : {0, 3, 3999, 4000 - 64}) {
       record_->readBufIdx = from;

@@ -182,7 +182,7 @@ TEST_F(StandardInput, AnyOtherStatusIsNoEndAndNoFailure) {
 TEST_F(StandardInput, AnEmptyTextOfTheLineFetchIsAReadOfNothing) {
   const StandardInputFrom input("abc\n");
   KvFileDataSType* record = standardInput();
-  record->readBuffer[0] = 0;
+  leaveInBuffer(record, std::string(1, '\0'));
   fault("UnixIoFgets_:1:result=0");
   EXPECT_EQ(refill(record, 4096), 0);
   EXPECT_EQ(record->lastReadEof, FALSE);
@@ -241,7 +241,7 @@ TEST_F(StandardInput, TheLineReaderShowsThePromptItself) {
   installLineReader();
   const StandardInputFrom input("unused\n");
   KvFileDataSType* record = standardInput();
-  std::memcpy(record->readBuffer, "typed\n", 7);
+  leaveInBuffer(record, std::string("typed\n\0", 7));
   fault("isatty:1:result=1");
   fault("LrSupReadLine:1:result=0");
   EXPECT_EQ(refill(record, 100, "name? "), 6);

@@ -7,6 +7,7 @@
 #include "record/file_record.h"
 #include "record/line_reader.h"
 #include "record/registry.h"
+#include "record/unread_guard.h"
 #include "support/host_errors.h"
 #include "support/module_fixture.h"
 
@@ -17,6 +18,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <iterator>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -166,6 +168,12 @@ class RecordTest : public ModuleTest {
     record->storeErrorString(text);
     record->errCode = errCode;
     record->zErrCode = zErrCode;
+  }
+
+  // Puts bytes to the front of the buffer, past what counts as read.
+  static void leaveInBuffer(KvFileDataSType* record, std::string_view bytes) {
+    unguardBytes(record->readBuffer, std::end(record->readBuffer));
+    std::copy(bytes.begin(), bytes.end(), record->readBuffer);
   }
 
   // Takes up to `count` of the unread bytes, as the actions do.
