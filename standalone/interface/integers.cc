@@ -11,8 +11,8 @@
 namespace {
 
 // Out of line, so that SmallIntegers have a short way.
-[[gnu::cold, gnu::noinline]] int64 largeIntegerValue(OopType obj, int* err) {
-  kvhost::memory::Slot* slot = kvhost::memory::findSlot(obj);
+[[gnu::noinline]] int64 largeIntegerValue(OopType obj, int* err) {
+  kvhost::memory::Slot* slot = kvhost::memory::findMadeSlot(obj);
   if (slot == nullptr ||
       slot->classNumber != kvhost::memory::slotNumberOf(kvhost::CLASS_LARGE_INTEGER)) {
     *err = 1;

@@ -11,6 +11,9 @@ using kvhost::memory::Slot;
 
 namespace {
 
+// Of these bytes cannot be fetched as they lie there.
+constexpr int KEPT_BACK = kvhost::memory::SLOT_POINTERS | kvhost::memory::SLOT_UNSET;
+
 // Out of line, so that objects have a short way.
 [[gnu::cold, gnu::noinline]] int64 sizeOfOther(OopType oop) {
   const Slot* slot = kvhost::memory::findSlot(oop);
@@ -24,6 +27,8 @@ namespace {
 extern "C" {
 
 BoolType KciIsKindOfClass(OopType obj, OopType cls) {
+  const Slot* slot = kvhost::memory::findMadeSlot(obj);
+  if (slot != nullptr && kvhost::memory::oopOfSlot(slot->classNumber) == cls) return TRUE;
   return kvhost::interface::isKindOf(obj, cls) ? TRUE : FALSE;
 }
 
@@ -33,7 +38,8 @@ int64 KciFetchSize_(OopType obj) {
 }
 
 int64 KciFetchBytes_(OopType obj, int64 startIndex, ByteType* buf, int64 count) {
-  Slot* slot = kvhost::interface::byteObject(obj);
+  Slot* slot = kvhost::memory::findMadeSlot(obj);
+  if (slot == nullptr || (slot->flags & KEPT_BACK) != 0) slot = kvhost::interface::byteObject(obj);
   if (slot == nullptr) return 0;
   if (startIndex < 0 || count < 0) {
     return failWith<int64>(0, kvhost::interface::ERROR_OUT_OF_RANGE, obj);
