@@ -1,8 +1,6 @@
 // Which kernels this processor can run. They need no more than what is asked for here.
 #include "bytestrings/decimal_kernels.h"
 
-#include <algorithm>
-
 namespace kvf {
 
 #if defined(__x86_64__)
@@ -15,15 +13,17 @@ constexpr DecimalKernel KERNELS[] = {{"vbmi2", printDecimalVbmi2, parseDecimalVb
 
 // Reckoned without a branch, so that every processor takes the one way that there is, and each test
 // of it says something about all of them.
-bool hasAvx2() {
-  return std::min(__builtin_cpu_supports("avx2") != 0, __builtin_cpu_supports("popcnt") != 0);
+unsigned hasAvx2() {
+  return unsigned{__builtin_cpu_supports("avx2") != 0} &
+         unsigned{__builtin_cpu_supports("popcnt") != 0};
 }
 
-bool hasVbmi2() {
-  return std::min({hasAvx2(), __builtin_cpu_supports("avx512f") != 0,
-                   __builtin_cpu_supports("avx512bw") != 0, __builtin_cpu_supports("avx512vl") != 0,
-                   __builtin_cpu_supports("avx512vbmi") != 0,
-                   __builtin_cpu_supports("avx512vbmi2") != 0});
+unsigned hasVbmi2() {
+  return hasAvx2() & unsigned{__builtin_cpu_supports("avx512f") != 0} &
+         unsigned{__builtin_cpu_supports("avx512bw") != 0} &
+         unsigned{__builtin_cpu_supports("avx512vl") != 0} &
+         unsigned{__builtin_cpu_supports("avx512vbmi") != 0} &
+         unsigned{__builtin_cpu_supports("avx512vbmi2") != 0};
 }
 
 // Each kernel, and in front of them what there is where none can run.
@@ -32,7 +32,7 @@ constexpr const DecimalKernel* FASTEST[] = {nullptr, &KERNELS[1], &KERNELS[0]};
 }  // namespace
 
 std::span<const DecimalKernel> usableKernels() {
-  return std::span<const DecimalKernel>(KERNELS).last(size_t{hasAvx2()} + size_t{hasVbmi2()});
+  return std::span<const DecimalKernel>(KERNELS).last(hasAvx2() + hasVbmi2());
 }
 
 const DecimalKernel* fastestKernel() { return FASTEST[usableKernels().size()]; }

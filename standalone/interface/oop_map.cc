@@ -47,8 +47,9 @@ size_t homeOf(const KciOopMapType& map, OopType key) {
   return static_cast<size_t>((key * 0x009E3779B97F4A7DULL) >> map.hashShift);
 }
 
-// The entry of `key` from `index` on, or the empty one that ends the search for it.
-Entry& searchFrom(const KciOopMapType& map, size_t index, OopType key) {
+// The entry of `key`, or the empty one that ends the search for it.
+Entry& search(const KciOopMapType& map, OopType key) {
+  size_t index = homeOf(map, key);
   for (;; index = (index + 1) & map.mask) {
     Entry& entry = map.entries[index];
     if (entry.key == key && !isDeleted(entry)) return entry;
@@ -56,15 +57,9 @@ Entry& searchFrom(const KciOopMapType& map, size_t index, OopType key) {
   }
 }
 
-Entry& search(const KciOopMapType& map, OopType key) {
-  return searchFrom(map, homeOf(map, key), key);
-}
-
-// Where the place that `home` is holds another key. Out of line, because most keys are found in their
-// first place.
-[[gnu::noinline]] Entry* findFurther(const KciOopMapType& map, Entry& home, OopType key) {
-  const auto index = static_cast<size_t>(&home - map.entries);
-  Entry& entry = searchFrom(map, index, key);
+// Where the first place holds another key. Out of line, because most keys are found in their first.
+[[gnu::noinline]] Entry* findFurther(const KciOopMapType& map, OopType key) {
+  Entry& entry = search(map, key);
   return isEmpty(entry) ? nullptr : &entry;
 }
 
@@ -171,7 +166,7 @@ void KciOopMapEntryAdd(KciOopMapType* map, OopType key, void* value, int* status
 KciOopMapEntryType* KciOopMapEntryFind(KciOopMapType* map, OopType key) {
   KVHOST_ASSERT(map != nullptr);
   Entry& home = map->entries[homeOf(*map, key)];
-  return home.key == key && key != 0 ? &home : findFurther(*map, home, key);
+  return home.key == key && key != 0 ? &home : findFurther(*map, key);
 }
 
 void* KciOopMapEntryGetValue(KciOopMapEntryType* entry) {
