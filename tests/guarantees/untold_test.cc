@@ -40,6 +40,27 @@ TEST_F(Untold, AGzipFileThatIsCutShortEndsLikeAWholeOne) {
   EXPECT_EQ(call("KvfClose", {cut}), cut);
 }
 
+// As a process leaves it that was killed between two flushes. What is appended is taken for the rest of
+// the member that was cut, until it cannot be that; too little may never show that it is not.
+TEST_F(Untold, WhatIsAppendedToAGzipFileThatIsCutShortCannotBeRead) {
+  const std::string text = linesThatHardlyPack(100000);
+  for (const std::size_t size : {std::size_t{10}, std::size_t{50000}}) {
+    const std::string more = linesThatHardlyPack(size, 2);
+    writeFile("log.gz", packed(text).substr(0, packed(text).size() / 2));
+    const OopType out = openFile("log.gz", "a", true);
+    EXPECT_EQ(show(write(out, more)), std::to_string(more.size()));
+    EXPECT_EQ(call("KvfFlush", {out}), out);
+    EXPECT_EQ(call("KvfClose", {out}), out);
+    std::string told;
+    const std::string delivered = readToTheEnd(openFile("log.gz", "r", true), &told);
+    EXPECT_EQ(delivered.compare(0, 32768, text, 0, 32768), 0) << "what was there before";
+    EXPECT_EQ(delivered.find(more), std::string::npos);
+    if (size > 10) {
+      EXPECT_THAT(told, ::testing::StartsWith("nil 0 'log.gz: "));
+    }
+  }
+}
+
 // The old handle is closed once the new one is open, and has emptied the file.
 TEST_F(Untold, AFailedGzipFileOpenedAgainForWritingHasRestOfTheOldOneInIt) {
   const std::string text = linesThatHardlyPack(200000);
