@@ -824,8 +824,7 @@ Answer Model::perform(const Operation& operation) {
   host_.lastErrno = UNKNOWN_ERRNO;
   Answer answer = dispatch();
   const auto error = takeInterfaceError();
-  if (error && answer.kind != Kind::Raised)
-    return raised(error->number, {detail(error->argument)});
+  if (error && answer.kind != Kind::Raised) return raised(error->number, {detail(error->argument)});
   return answer;
 }
 
