@@ -101,6 +101,8 @@ class Workload:
     repeats: int = 1               # runs of a variant in a round, where one is very short
     base: str = "floor"            # the variant that ratios are taken to
     losses: dict[str, str] = field(default_factory=dict)  # why a peer is faster, by its name
+    # Why a target is missed, by the variant that it is set to ("" for nanoseconds).
+    shortfalls: dict[str, str] = field(default_factory=dict)
 
     def present(self, tools):
         return [v for v in self.variants if tools.has(v)]

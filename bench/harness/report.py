@@ -104,13 +104,34 @@ def losses(workload, result):
     return lines
 
 
+def why_missed(workload, target, result):
+    """The reason why a target is not met; the first one where the floor does not meet it either."""
+    variants = result["variants"]
+    floor = variants.get("floor")
+    if floor and target.at_least is not None and target.of in variants:
+        best = ratios(variants[target.of]["ns"], floor["ns"]).median
+        if best < target.at_least:
+            return f"the floor itself is {number(best)} times as fast, and no more"
+    if floor and target.to is None and spread(floor["ns"]).median > target.at_most:
+        return f"the floor itself takes {number(spread(floor['ns']).median)} ns"
+    known = target.of if target.at_least is not None else target.to or ""
+    return workload.shortfalls.get(known, "no reason is known, so it is work to be done")
+
+
+def shortfalls(workload, result, flags):
+    """Each target that is missed, and why. One that is noisy is not told either way."""
+    return [wrap(f"- {target_text(target, result)}: missed, {number(figure.median)}: "
+                 f"{why_missed(workload, target, result)}.", indent="  ")
+            for target, figure, word in judge(workload, result, flags) if word == "missed"]
+
+
 def workload_section(workload, result, flags):
     parts = [f"### {workload.title}", "", wrap(workload.about), "",
              variants_table(workload, result), ""]
     rows = target_rows(workload, result, flags)
     if rows:
         parts += [table(["target", "measured", "quartiles", "verdict"], rows), ""]
-    lost = losses(workload, result)
+    lost = [*shortfalls(workload, result, flags), *losses(workload, result)]
     if lost:
         parts += [*lost, ""]
     notes = []
