@@ -42,7 +42,7 @@ Run runOne(const Scenario& scenario, const Plan& plan, const Run& clean, Tally* 
 
 // Of a function that is called again and again, the first calls and the last: what is between them
 // finds and leaves the same.
-constexpr int MANY = 40;
+constexpr int MANY = 16;
 
 std::vector<bool> worthFailing(const std::vector<Made>& made) {
   int all[FN_COUNT] = {};

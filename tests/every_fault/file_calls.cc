@@ -388,8 +388,9 @@ int seam_HostLockFileQuery(FILE* f, int isWriteLock, long offset, long bytes, st
 
 BoolType seam_UnixIoFstat(int fd, struct stat64* buf, char* errMsg, size_t errMsgSize) {
   const Fault* fault = call(FN_UnixIoFstat, int64{fd});
-  if (fault != nullptr) {
-    describeErrno(fault->value, errMsg, errMsgSize);
+  const bool known = fd >= 0 && fd < DESCRIPTORS && w.descriptors[fd].open;
+  if (fault != nullptr || !known) {
+    describeErrno(fault != nullptr ? fault->value : EBADF, errMsg, errMsgSize);
     return done(FALSE);
   }
   buf->st_size = static_cast<off64_t>(w.files[w.descriptors[fd].file].bytes.size());

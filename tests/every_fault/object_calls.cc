@@ -47,6 +47,9 @@ int64 fetchBytes(const Fault* fault, const Object* object, int64 startIndex, voi
   const int64 left = std::max<int64>(static_cast<int64>(object->bytes.size()) - start, 0);
   const int64 n = cutShort(fault, std::min(left, count));
   if (n > 0) memcpy(buffer, object->bytes.data() + start, static_cast<size_t>(n));
+  if (is(fault, What::Lie) && n > 0 && n < count) {
+    memset(static_cast<char*>(buffer) + n, 'L', static_cast<size_t>(count - n));
+  }
   // At the end there is nothing to lie about: a host that goes on for ever is one that does not end.
   if (is(fault, What::Lie) && n == 0) takeBack(fault);
   return done(is(fault, What::Lie) && n > 0 ? count + CLAIMED : n);

@@ -244,6 +244,7 @@ void describeErrno(int number, char* buffer, size_t size) {
 // ---- files ----
 
 int fileNamed(const char* name) {
+  if (name[0] == '\0') return -1;
   for (int i = 0; i < FILES; ++i) {
     if (w.files[i].name == name) return i;
   }
@@ -271,7 +272,7 @@ int openFile(const char* path, bool reads, bool writes, bool appends, bool creat
              int* error) {
   int file = fileNamed(path);
   const bool exists = file >= 0 && w.files[file].exists;
-  *error = 0;
+  *error = path[0] == '\0' ? ENOENT : 0;
   if (exists && w.files[file].kind == Kind::Directory) *error = EISDIR;
   if (!exists && !creates) *error = ENOENT;
   if (*error != 0) return -1;

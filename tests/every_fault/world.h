@@ -30,7 +30,7 @@ struct KciOopMapType {
 
 namespace every_fault {
 
-inline constexpr int SESSIONS = 3;   // ids 1 and 2; 0 is none
+inline constexpr int SESSIONS = 4;   // ids 1 to 3; 0 is none
 inline constexpr int BYSTANDER = 2;  // the session that nothing may touch
 inline constexpr int FIRST_FREE_FD = 3;
 inline constexpr int DESCRIPTORS = 32;

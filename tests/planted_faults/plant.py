@@ -2,6 +2,8 @@
 """Tests the tests: breaks the module in one place at a time and expects the tests to notice.
 
   plant.py WORK [NUMBER...]    WORK is a folder to build in; it receives a copy of the tree
+  plant.py --oracles WORK [NUMBER...]
+                               the faults that one oracle is meant for, which has to find them
   plant.py --check             only sees that each fault can still be planted
 
 Each fault is built into the copy, and the test programs run until one fails. A fault that no test
@@ -151,14 +153,53 @@ FAULTS = [
      "a last fifth digit is a value"),
 ]
 
+# File below src, text, replacement, what breaks, the program that is to notice it (with its arguments),
+# and what it is to say: whatever else it says, that oracle has to speak.
+EVERY_FAULT = ("every_fault", "--single")
+ORACLE_FAULTS = [
+    ("record/file_record.cc", "    UtlFree(dataPtr->errString);\n", "", "a freed record leaves its text",
+     EVERY_FAULT, "blocks are left"),
+    ("record/registry.cc", "  if (zf != nullptr) gzclose(zf);\n", "", "a gzip file without a record stays open",
+     EVERY_FAULT, "gzip handles are left"),
+    ("record/registry.cc", "  if (f != nullptr && !isStd) fclose(f);\n", "", "a plain file without a record stays open",
+     EVERY_FAULT, "descriptors are left"),
+    ("record/registry.cc", "  KciOopMapDestroy(map);\n", "", "the map of a session that has ended stays",
+     EVERY_FAULT, "a file map is left"),
+    ("pathhost/log.cc", "  if (utf8String != oString) KciReleaseOops(&utf8String, 1);\n", "",
+     "a text that was converted for the log stays", EVERY_FAULT, "a converted text was not released"),
+    ("openfile/writing_actions.cc", "    postPendingKciErr(p);\n    KciPopErrJump(&jump);", "    postPendingKciErr(p);",
+     "a failed printing leaves its frame", EVERY_FAULT, "an error-jump frame is left"),
+    ("openfile/writing_actions.cc", "    memset(buffer + fetched, 0, static_cast<size_t>(chunk - fetched));\n",
+     "    memset(buffer + fetched, 1, static_cast<size_t>(chunk - fetched));\n",
+     "what a fetch did not give is filled from memory", EVERY_FAULT, "other bytes than were given"),
+    ("record/writing.cc", "HostWriteFile_(fileno(fPtr), buf, howMany)", "HostWriteFile_(fileno(fPtr) - 1, buf, howMany)",
+     "bytes go to another file", EVERY_FAULT, "bytes went to own.txt"),
+    ("record/registry.cc", "  KciOopMapType* map = KciSupGetKvfileOopMap(sessionId);\n  int64 arg2 = 0;",
+     "  KciOopMapType* map = KciSupGetKvfileOopMap(2);\n  int64 arg2 = 0;",
+     "all files of another session are closed", EVERY_FAULT, "the record of other.txt changed"),
+    ("record/positioning.cc", "    const int64 position = readPosition();\n", "    const int64 position = nextOsReadPos;\n",
+     "a write lands behind what was read ahead", EVERY_FAULT, "instead of"),
+    ("record/writing.cc", "    gzclearerr(zf);\n", "", "an error stays in a gzip handle for ever",
+     EVERY_FAULT, "DIFFERS"),
+    ("openfile/opening.cc", "if (zf != nullptr && mode[0] != 'r') gzprintf(zf, \"%s\", \"\");", "",
+     "old memory fills the gap in a gzip file", EVERY_FAULT, "DIFFERS KvfWrite: a gzip file behind a gap"),
+    ("record/eol_scan.cc", "lane < 4; ++lane", "lane < 3; ++lane", "the last vector of a scan is not looked at",
+     ("losses_tests", "--gtest_filter=Scanning.*"), "FindsALineEndAtEveryDistance"),
+    ("bytestrings/decimal_avx2.cc", "storeFields(_mm256_unpackhi_epi16(frontHigh, backHigh), high >> 8, out)",
+     "storeFields(_mm256_unpackhi_epi16(frontHigh, backHigh), low >> 8, out)", "the last fields of a block are cut wrongly",
+     ("bytestrings_tests", "--gtest_filter=*DecimalKernels.*"), "avx2"),
+    ("bytestrings/decimal_avx2.cc", "_mm256_alignr_epi8(half, previous, 13)", "_mm256_alignr_epi8(half, previous, 14)",
+     "the thousands are taken from the wrong lane",
+     ("bytestrings_tests", "--gtest_filter=*DecimalKernels.*"), "avx2"),
+]
+
 PROGRAMS = ["record", "framework", "boundary", "openfile", "pathhost", "bytestrings"]
 
 # Faults that change nothing that a caller could see: the tests must pass.
 HARMLESS = {"nothing but time: an equivalent scan"}
 
 
-def build(copy):
-    targets = [f"{name}_tests" for name in PROGRAMS]
+def build(copy, targets=tuple(f"{name}_tests" for name in PROGRAMS)):
     return subprocess.run(["cmake", "--build", copy / "build", "--target", *targets],
                           capture_output=True, text=True)
 
@@ -176,12 +217,17 @@ def noticing_program(copy):
     return None
 
 
-def prepare(work):
+def copy_tree(work):
     copy = work / "tree"
     if not copy.exists():
         shutil.copytree(ROOT, copy, ignore=shutil.ignore_patterns("build", "build-*", ".git"))
     subprocess.run(["cmake", "-S", copy, "-B", copy / "build", "-G", "Ninja",
                     "-DCMAKE_BUILD_TYPE=Release", "-DKVFILE_WERROR=OFF"], check=True, capture_output=True)
+    return copy
+
+
+def prepare(work):
+    copy = copy_tree(work)
     done = build(copy)
     if done.returncode != 0 or noticing_program(copy) is not None:
         sys.exit("the tests do not pass before anything is broken:\n" + done.stdout[-2000:])
@@ -205,9 +251,54 @@ def plant(copy, fault):
         path.write_text(sound)
 
 
+def told_by(copy, program):
+    """What the program says; that it is killed counts, too."""
+    try:
+        done = subprocess.run([copy / "build" / "bin" / program[0], *program[1:]], timeout=600,
+                              capture_output=True, text=True, stdin=subprocess.DEVNULL)
+    except subprocess.TimeoutExpired:
+        return "did not end"
+    return done.stdout + done.stderr if done.returncode != 0 else ""
+
+
+def plant_for_oracle(copy, fault):
+    """Whether the oracle that is meant for the fault spoke, and how many lines were said."""
+    file, text, replacement, _, program, words = fault
+    path = copy / "src" / file
+    sound = path.read_text()
+    try:
+        path.write_text(sound.replace(text, replacement))
+        done = build(copy, [program[0]])
+        if done.returncode != 0:
+            sys.exit(f"{file}: does not build with {replacement!r}:\n{done.stdout[-2000:]}")
+        said = told_by(copy, program)
+        return words in said, len(said.splitlines())
+    finally:
+        path.write_text(sound)
+
+
+def plant_for_oracles(work, numbers):
+    copy = copy_tree(work)
+    programs = {fault[4] for fault in ORACLE_FAULTS}
+    build(copy, sorted({program[0] for program in programs}))
+    for program in programs:
+        if said := told_by(copy, program):
+            sys.exit(f"{program[0]} complains before anything is broken:\n{said[-2000:]}")
+    missed = 0
+    chosen = numbers or range(1, len(ORACLE_FAULTS) + 1)
+    for number in chosen:
+        fault = ORACLE_FAULTS[number - 1]
+        spoke, lines = plant_for_oracle(copy, fault)
+        missed += not spoke
+        verdict = f"found: {fault[5]}" if spoke else f"NOT FOUND among {lines} lines"
+        print(f"{number:3} {fault[0]}: {fault[3]}: {verdict}", flush=True)
+    print(f"{len(chosen) - missed} passed, {missed} failed")
+    sys.exit(1 if missed else 0)
+
+
 def misplaced():
     """The faults whose text does not stand exactly once in its file."""
-    return [f"{file}: {text!r}" for file, text, _, _ in FAULTS
+    return [f"{file}: {text!r}" for file, text, *_ in FAULTS + ORACLE_FAULTS
             if (ROOT / "src" / file).read_text().count(text) != 1]
 
 
@@ -217,6 +308,8 @@ def main():
     if sys.argv[1:] == ["--check"]:
         stale = misplaced()
         sys.exit("\n".join(["these cannot be planted:", *stale]) if stale else 0)
+    if sys.argv[1] == "--oracles" and len(sys.argv) > 2:
+        plant_for_oracles(Path(sys.argv[2]).resolve(), [int(n) for n in sys.argv[3:]])
     chosen = [int(n) for n in sys.argv[2:]] or range(1, len(FAULTS) + 1)
     copy = prepare(Path(sys.argv[1]).resolve())
     wrong = 0
