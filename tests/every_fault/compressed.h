@@ -1,4 +1,4 @@
-// gzip texts, made and read back without the calls that are counted.
+// Texts as gzip, made and read back without the calls that are counted.
 #pragma once
 
 #include <string>

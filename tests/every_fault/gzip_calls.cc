@@ -1,4 +1,4 @@
-// zlib's calls as the module makes them, and those that zlib makes in turn. zlib itself is real: its
+// Calls of zlib as the module makes them, and those that zlib makes in turn. zlib itself is real: its
 // archive is linked with malloc, read, write and the like led to the functions here.
 #include "every_fault/world.h"
 
