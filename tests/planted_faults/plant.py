@@ -183,7 +183,7 @@ ORACLE_FAULTS = [
      EVERY_FAULT, "DIFFERS"),
     ("openfile/opening.cc", "if (zf != nullptr && mode[0] != 'r') gzprintf(zf, \"%s\", \"\");", "",
      "old memory fills the gap in a gzip file", EVERY_FAULT, "DIFFERS KvfWrite: a gzip file behind a gap"),
-    ("record/eol_scan.cc", "lane < 4; ++lane", "lane < 3; ++lane", "the last vector of a scan is not looked at",
+    ("record/eol_scan.cc", "matches16(p + 48, wanted) << 48", "0", "the last vector of a scan is not looked at",
      ("losses_tests", "--gtest_filter=Scanning.*"), "FindsALineEndAtEveryDistance"),
     ("bytestrings/decimal_avx2.cc", "storeFields(_mm256_unpackhi_epi16(frontHigh, backHigh), high >> 8, out)",
      "storeFields(_mm256_unpackhi_epi16(frontHigh, backHigh), low >> 8, out)", "the last fields of a block are cut wrongly",
