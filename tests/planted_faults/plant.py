@@ -1,15 +1,11 @@
 #!/usr/bin/env python3
 """Tests the tests: breaks the module in one place at a time and expects the tests to notice.
 
-  plant.py WORK [NUMBER...]    WORK is a folder to build in; it receives a copy of the tree
-  plant.py --oracles WORK [NUMBER...]
-                               the faults that one oracle is meant for, which has to find them
-  plant.py --check             only sees that each fault can still be planted
-
 Each fault is built into the copy, and the test programs run until one fails. A fault that no test
 notices is reported, and makes the exit code 1. All of them take about five minutes on two cores.
 """
 
+import argparse
 import shutil
 import subprocess
 import sys
@@ -193,7 +189,7 @@ ORACLE_FAULTS = [
      ("bytestrings_tests", "--gtest_filter=*DecimalKernels.*"), "avx2"),
 ]
 
-PROGRAMS = ["record", "framework", "boundary", "openfile", "pathhost", "bytestrings"]
+PROGRAMS = ["record", "framework", "boundary", "openfile", "pathhost", "bytestrings", "losses"]
 
 # Faults that change nothing that a caller could see: the tests must pass.
 HARMLESS = {"nothing but time: an equivalent scan"}
@@ -293,7 +289,7 @@ def plant_for_oracles(work, numbers):
         verdict = f"found: {fault[5]}" if spoke else f"NOT FOUND among {lines} lines"
         print(f"{number:3} {fault[0]}: {fault[3]}: {verdict}", flush=True)
     print(f"{len(chosen) - missed} passed, {missed} failed")
-    sys.exit(1 if missed else 0)
+    return 1 if missed else 0
 
 
 def misplaced():
@@ -302,16 +298,9 @@ def misplaced():
             if (ROOT / "src" / file).read_text().count(text) != 1]
 
 
-def main():
-    if len(sys.argv) < 2:
-        sys.exit(__doc__)
-    if sys.argv[1:] == ["--check"]:
-        stale = misplaced()
-        sys.exit("\n".join(["these cannot be planted:", *stale]) if stale else 0)
-    if sys.argv[1] == "--oracles" and len(sys.argv) > 2:
-        plant_for_oracles(Path(sys.argv[2]).resolve(), [int(n) for n in sys.argv[3:]])
-    chosen = [int(n) for n in sys.argv[2:]] or range(1, len(FAULTS) + 1)
-    copy = prepare(Path(sys.argv[1]).resolve())
+def plant_all(work, numbers):
+    chosen = numbers or range(1, len(FAULTS) + 1)
+    copy = prepare(work)
     wrong = 0
     for number in chosen:
         fault = FAULTS[number - 1]
@@ -321,8 +310,26 @@ def main():
         verdict = f"noticed by {noticed}_tests" if noticed else "NOT NOTICED"
         print(f"{number:3} {fault[0]}: {fault[3]}: {verdict}", flush=True)
     print(f"{len(chosen) - wrong} passed, {wrong} failed")
-    sys.exit(1 if wrong else 0)
+    return 1 if wrong else 0
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("work", nargs="?", type=Path, metavar="WORK", help="a folder for the copy")
+    parser.add_argument("numbers", nargs="*", type=int, metavar="NUMBER", help="these faults only")
+    parser.add_argument("--oracles", action="store_true", help="the faults for single oracles")
+    parser.add_argument("--check", action="store_true",
+                        help="only looks whether every fault has its place in the source")
+    arguments = parser.parse_args()
+    if arguments.check:
+        stale = misplaced()
+        return "\n".join(["these cannot be planted:", *stale]) if stale else 0
+    if arguments.work is None:
+        parser.error("a WORK folder is needed")
+    planting = plant_for_oracles if arguments.oracles else plant_all
+    return planting(arguments.work.resolve(), arguments.numbers)
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())
