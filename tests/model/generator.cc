@@ -6,23 +6,28 @@
 
 #include <algorithm>
 #include <iterator>
+#include <span>
 
 namespace model {
 
 namespace {
 
-// The mixing of splitmix64: any two seeds give unrelated numbers.
+// The mixing of splitmix64: any two seeds give unrelated numbers. Or numbers that are read from given
+// bytes, as few of them for each as it needs; behind their end they are mixed.
 class Random {
  public:
   explicit Random(uint64_t seed) : state_(seed) {}
+  explicit Random(std::span<const uint8_t> given) : given_(given), state_(given.size()) {}
 
-  uint64_t next() {
-    uint64_t z = state_ += 0x9E3779B97F4A7C15;
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EB;
-    return z ^ (z >> 31);
+  uint64_t next() { return given_.empty() ? mixed() : read(sizeof(uint64_t)); }
+  int64 below(int64 bound) {
+    const auto limit = static_cast<uint64_t>(bound);
+    if (given_.empty()) return static_cast<int64>(mixed() % limit);
+    size_t bytes = 1;
+    while (bytes < sizeof(uint64_t) && (limit - 1) >> (8 * bytes) != 0) ++bytes;
+    return static_cast<int64>(read(bytes) % limit);
   }
-  int64 below(int64 bound) { return static_cast<int64>(next() % static_cast<uint64_t>(bound)); }
+  bool hasGiven() const { return !given_.empty(); }
   int64 between(int64 low, int64 high) { return low + below(high - low + 1); }
   bool oneIn(int64 count) { return below(count) == 0; }
   template <typename Container>
@@ -31,6 +36,22 @@ class Random {
   }
 
  private:
+  uint64_t mixed() {
+    uint64_t z = state_ += 0x9E3779B97F4A7C15;
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EB;
+    return z ^ (z >> 31);
+  }
+  uint64_t read(size_t count) {
+    uint64_t value = 0;
+    for (count = std::min(count, given_.size()); count > 0; --count) {
+      value = value << 8 | given_.front();
+      given_ = given_.subspan(1);
+    }
+    return value;
+  }
+
+  std::span<const uint8_t> given_;
   uint64_t state_;
 };
 
@@ -75,9 +96,10 @@ constexpr Weight WEIGHTS[] = {
 
 class Generator {
  public:
-  Generator(uint64_t seed, int64 bufferSize) : random_(seed), buffer_(bufferSize) {}
+  Generator(Random random, int64 bufferSize) : random_(random), buffer_(bufferSize) {}
 
   Sequence sequence();
+  Sequence sequenceWhileGiven();
 
  private:
   // Numbers.
@@ -102,6 +124,7 @@ class Generator {
   Value path();
   Value mode(bool gzip);
 
+  Sequence withFiles();
   Operation step();
   Operation open();
   Operation clientFinalize();
@@ -454,7 +477,7 @@ Operation Generator::step() {
   return made;
 }
 
-Sequence Generator::sequence() {
+Sequence Generator::withFiles() {
   Sequence made;
   for (const char* name : STANDARD_FILES) made.files.push_back({name, lines(amount())});
   made.files.push_back({"p0", random_.oneIn(3) ? decimals(amount()) : fill(amount())});
@@ -463,7 +486,19 @@ Sequence Generator::sequence() {
   made.files.push_back({"g1", random_.oneIn(3)   ? fill(amount())
                               : random_.oneIn(3) ? packed(decimals(3 * amount()))
                                                  : gzipFile()});
+  return made;
+}
+
+Sequence Generator::sequence() {
+  Sequence made = withFiles();
   for (int i = 0; i < SEQUENCE_LENGTH; ++i) made.operations.push_back(i < 6 ? open() : step());
+  return made;
+}
+
+Sequence Generator::sequenceWhileGiven() {
+  Sequence made = withFiles();
+  for (int i = 0; i < SEQUENCE_LENGTH && random_.hasGiven(); ++i)
+    made.operations.push_back(i < 2 ? open() : step());
   return made;
 }
 
@@ -477,7 +512,11 @@ int64 sizeLimitFor(int64 bufferSize) {
 Sequence generate(uint64_t seed, uint64_t number, int64 bufferSize) {
   Random mixer(seed ^ (static_cast<uint64_t>(bufferSize) << 48));
   const uint64_t start = mixer.next() + number * 0xD1342543DE82EF95;
-  return Generator(Random(start).next(), bufferSize).sequence();
+  return Generator(Random(Random(start).next()), bufferSize).sequence();
+}
+
+Sequence generateFrom(std::span<const uint8_t> choices, int64 bufferSize) {
+  return Generator(Random(choices), bufferSize).sequenceWhileGiven();
 }
 
 }  // namespace model

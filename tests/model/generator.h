@@ -5,6 +5,7 @@
 #include "model/operation.h"
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -34,5 +35,8 @@ inline constexpr int SEQUENCE_LENGTH = 250;
 int64 sizeLimitFor(int64 bufferSize);
 
 Sequence generate(uint64_t seed, uint64_t number, int64 bufferSize);
+
+// Each choice is read from `choices`, and the sequence ends with them: what a fuzzer varies.
+Sequence generateFrom(std::span<const uint8_t> choices, int64 bufferSize);
 
 }  // namespace model
