@@ -3,5 +3,5 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 echo "Checking the format"
-find include src standalone tools tests bench -name '*.cc' -o -name '*.c' -o -name '*.h' | sort |
+find include src standalone tools tests bench fuzz -name '*.cc' -o -name '*.c' -o -name '*.h' | sort |
   xargs clang-format-14 --dry-run --Werror

@@ -70,12 +70,13 @@ def module_sources():
 
 
 def text_files():
-    """All that is kept of the tree, in its own words."""
-    listed = subprocess.run(["git", "-C", SOURCE, "ls-files"], capture_output=True, text=True)
+    """All that is kept of the tree, in its own words; the inputs of fuzz targets are any bytes."""
+    listed = subprocess.run(["git", "-C", SOURCE, "ls-files", ":!fuzz/corpus"],
+                            capture_output=True, text=True)
     if listed.returncode == 0:
         return [SOURCE / name for name in listed.stdout.splitlines() if (SOURCE / name).is_file()]
     return [p for p in SOURCE.rglob("*") if p.is_file() and not re.match(
-        r"(build|\.git)", str(p.relative_to(SOURCE)))]
+        r"(build|\.git|fuzz/corpus)", str(p.relative_to(SOURCE)))]
 
 
 def sources():
