@@ -3,6 +3,8 @@
 #include <kvfile/kvfile.h>
 #include <kvfile/kvhost.h>
 
+#include "support/actions.h"
+#include "support/gzip.h"
 #include "support/target.h"
 
 #include <fcntl.h>
@@ -29,40 +31,28 @@ std::string memberContent(fuzz::Input* input) {
   return content;
 }
 
-// The optional parts of a header, as the bits of `parts` say.
-void describe(z_stream* stream, gz_header* header, size_t parts) {
+// A header with the optional parts that the bits of `parts` say.
+gz_header headerWith(size_t parts) {
   static Bytef extra[] = {'A', 'B', 2, 0, 'x', 'y'};
   static Bytef name[] = "a name";
   static Bytef comment[] = "a comment";
-  *header = {};
+  gz_header header = {};
   if ((parts & 1) != 0) {
-    header->extra = extra;
-    header->extra_len = sizeof extra;
+    header.extra = extra;
+    header.extra_len = sizeof extra;
   }
-  if ((parts & 2) != 0) header->name = name;
-  if ((parts & 4) != 0) header->comment = comment;
-  header->hcrc = (parts & 8) != 0 ? 1 : 0;
-  deflateSetHeader(stream, header);
+  if ((parts & 2) != 0) header.name = name;
+  if ((parts & 4) != 0) header.comment = comment;
+  header.hcrc = (parts & 8) != 0 ? 1 : 0;
+  return header;
 }
 
 std::string member(fuzz::Input* input) {
   const size_t parts = input->byte();
   const int strategy = static_cast<int>(input->below(5));
-  std::string content = memberContent(input);
-  z_stream stream = {};
-  gz_header header;
   const int level = static_cast<int>(parts >> 4) % 10;
-  if (deflateInit2(&stream, level, Z_DEFLATED, 9 + 16, 1, strategy) != Z_OK) return "";
-  describe(&stream, &header, parts);
-  std::string out(2 * content.size() + 400, '\0');
-  stream.next_in = reinterpret_cast<Bytef*>(content.data());
-  stream.avail_in = static_cast<uInt>(content.size());
-  stream.next_out = reinterpret_cast<Bytef*>(out.data());
-  stream.avail_out = static_cast<uInt>(out.size());
-  deflate(&stream, Z_FINISH);
-  out.resize(out.size() - stream.avail_out);
-  deflateEnd(&stream);
-  return out;
+  gz_header header = headerWith(parts);
+  return kvtest::gzipMember(memberContent(input), {level, 9, 1, strategy}, &header);
 }
 
 void damage(std::string* bytes, fuzz::Input* input) {
@@ -122,7 +112,7 @@ class Reading {
 
   void run(fuzz::Input* input) {
     const std::array opening = {file_, kvhost::newString("g"), kvhost::newString("r"), OOP_TRUE};
-    if (call("KvfOpen", opening) == OOP_NIL) fuzz::fail("not opened");
+    if (fuzz::call("KvfOpen", opening) == OOP_NIL) fuzz::fail("not opened");
     while (!input->empty() && !failed_) step(input);
     for (int i = 0; i < 3000 && !failed_ && read(64) > 0; ++i) {
     }
@@ -130,20 +120,11 @@ class Reading {
       fuzz::fail("the module delivers " + std::to_string(position_) + " of " +
                  std::to_string(expected_.content.size()) + " bytes");
     const std::array closing = {file_};
-    const OopType closed = call("KvfClose", closing);
+    const OopType closed = fuzz::call("KvfClose", closing);
     if (expected_.whole && closed == OOP_NIL) fuzz::fail("not closed");
   }
 
  private:
-  template <size_t COUNT>
-  static OopType call(const char* action, const std::array<OopType, COUNT>& arguments) {
-    const kvhost::Outcome outcome = kvhost::callAction(action, arguments.data(), COUNT);
-    if (outcome.status == kvhost::CallStatus::Raised)
-      fuzz::fail(std::string(action) + " raised " + std::to_string(outcome.error.number));
-    fuzz::expect(kvhost::forgottenErrorJumps() == 0, "a frame is left registered");
-    return outcome.value;
-  }
-
   void step(fuzz::Input* input) {
     const size_t choice = input->byte();
     switch (choice % 8) {
@@ -186,7 +167,7 @@ class Reading {
     const OopType object = kvhost::newString("");
     const std::array arguments = {file_, object, kvhost::newInteger(1),
                                   kvhost::newInteger(static_cast<int64>(count))};
-    const OopType answer = call("KvfRead", arguments);
+    const OopType answer = fuzz::call("KvfRead", arguments);
     failed_ = failed_ || answer == OOP_NIL;
     // What came before a failure may be stored without being answered.
     if (!failed_) delivered(kvhost::bytesOf(object));
@@ -194,7 +175,7 @@ class Reading {
 
   void getByte() {
     const std::array arguments = {file_};
-    const OopType answer = call("KvfGetC", arguments);
+    const OopType answer = fuzz::call("KvfGetC", arguments);
     if (oopIsCharacter(answer)) {
       delivered(std::string(1, static_cast<char>(oopCharacterCode(answer))));
     } else {
@@ -205,7 +186,7 @@ class Reading {
   void getLine(char end) {
     const std::array arguments = {file_, OOP_NIL, kvhost::newInteger(1),
                                   kvhost::newInteger(static_cast<unsigned char>(end)), OOP_NIL};
-    const OopType answer = call("KvfGetLine", arguments);
+    const OopType answer = fuzz::call("KvfGetLine", arguments);
     if (answer == OOP_NIL) return mayEnd();
     const std::string line = kvhost::bytesOf(answer);
     const size_t found = line.find(end);
@@ -215,7 +196,7 @@ class Reading {
 
   void askEnd() {
     const std::array arguments = {file_};
-    const OopType answer = call("KvfAtEnd", arguments);
+    const OopType answer = fuzz::call("KvfAtEnd", arguments);
     if (expected_.whole && answer == OOP_FALSE && position_ >= expected_.content.size() && !sought_)
       fuzz::fail("not at the end");
   }
@@ -224,11 +205,12 @@ class Reading {
     const auto to = static_cast<int64>(input->below(expected_.content.size() + 1));
     if (!expected_.whole) return;
     const std::array arguments = {file_, kvhost::newInteger(to), kvhost::newInteger(0)};
-    if (call("KvfSeek", arguments) == OOP_NIL) fuzz::fail("not sought");
+    if (fuzz::call("KvfSeek", arguments) == OOP_NIL) fuzz::fail("not sought");
     position_ = static_cast<size_t>(to);
     sought_ = true;
     const std::array asking = {file_};
-    if (call("KvfPosition", asking) != oopFromSmallInteger(to)) fuzz::fail("another position");
+    if (fuzz::call("KvfPosition", asking) != oopFromSmallInteger(to))
+      fuzz::fail("another position");
   }
 
   // Nothing came: the file is at its end, or reading it failed.

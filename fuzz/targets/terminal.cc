@@ -4,6 +4,7 @@
 #include <kvfile/kvfile.h>
 #include <kvfile/kvhost.h>
 
+#include "support/actions.h"
 #include "support/target.h"
 
 #include <unistd.h>
@@ -107,7 +108,7 @@ class Reading {
 
   void run(fuzz::Input* input) {
     const std::array making = {file_, kvhost::newInteger(0)};
-    fuzz::expect(call("KvfCreateStdFile", making) != OOP_NIL, "no standard input");
+    fuzz::expect(fuzz::call("KvfCreateStdFile", making) != OOP_NIL, "no standard input");
     for (int i = 0; i < 60 && !input->empty(); ++i) step(input);
     // What is still buffered; behind it stands /dev/null.
     for (int i = 0; i < 10; ++i) readForC();
@@ -115,15 +116,6 @@ class Reading {
   }
 
  private:
-  template <size_t COUNT>
-  static OopType call(const char* action, const std::array<OopType, COUNT>& arguments) {
-    const kvhost::Outcome outcome = kvhost::callAction(action, arguments.data(), COUNT);
-    if (outcome.status == kvhost::CallStatus::Raised)
-      fuzz::fail(std::string(action) + " raised " + std::to_string(outcome.error.number));
-    fuzz::expect(kvhost::forgottenErrorJumps() == 0, "a frame is left registered");
-    return outcome.value;
-  }
-
   void step(fuzz::Input* input) {
     const size_t choice = input->byte();
     const std::array onlyFile = {file_};
@@ -133,10 +125,10 @@ class Reading {
       case 1:
         return readItems(1 + input->below(40));
       case 2:
-        call("KvfAtEnd", onlyFile);
+        fuzz::call("KvfAtEnd", onlyFile);
         return;
       case 3:
-        call("KvfPosition", onlyFile);
+        fuzz::call("KvfPosition", onlyFile);
         return;
       case 4:
         return readForC();
@@ -147,7 +139,7 @@ class Reading {
 
   void getByte() {
     const std::array arguments = {file_};
-    const OopType answer = call("KvfGetC", arguments);
+    const OopType answer = fuzz::call("KvfGetC", arguments);
     if (oopIsCharacter(answer)) got_ += static_cast<char>(oopCharacterCode(answer));
   }
 
@@ -155,7 +147,7 @@ class Reading {
     const OopType object = kvhost::newString("");
     const std::array arguments = {file_, object, kvhost::newInteger(1),
                                   kvhost::newInteger(static_cast<int64>(count))};
-    call("KvfRead", arguments);
+    fuzz::call("KvfRead", arguments);
     got_ += kvhost::bytesOf(object);
   }
 
@@ -172,7 +164,7 @@ class Reading {
     const OopType into = kvhost::newString("");
     const std::array arguments = {file_, into, kvhost::newInteger(1), kvhost::newInteger(end),
                                   prompted ? kvhost::newString(PROMPT) : OOP_NIL};
-    call("KvfGetLine", arguments);
+    fuzz::call("KvfGetLine", arguments);
     // Into an object that was there, so that what came before a failure is seen.
     got_ += kvhost::bytesOf(into);
     if (typist.prompts().size() == promptsBefore) return;

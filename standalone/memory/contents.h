@@ -18,6 +18,7 @@ bool resize(Slot& slot, int64_t size);
 // end and `offset` is 0 or nil. False, with the object unchanged, when memory runs out.
 bool extendForStore(Slot& slot, int64_t offset, int64_t count);
 
+// The same without the mark, where the store leaves some bytes.
 [[gnu::cold]] void setUnsetBytesAround(Slot& slot, int64_t offset, int64_t count);
 
 // Sets the bytes of an object marked SLOT_UNSET to 0, but for the `count` from `offset` on, which the

@@ -1,6 +1,7 @@
 #include "every_fault/compressed.h"
 
 #include "every_fault/world.h"
+#include "support/gzip.h"
 
 #include <zlib.h>
 
@@ -30,17 +31,7 @@ Bytef* bytesOf(const std::string& text) {
 
 std::string compress(const std::string& text) {
   const Quiet quiet;
-  z_stream stream = {};
-  deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, GZIP, 8, Z_DEFAULT_STRATEGY);
-  std::string out(deflateBound(&stream, text.size()) + 64, '\0');
-  stream.next_in = bytesOf(text);
-  stream.avail_in = static_cast<uInt>(text.size());
-  stream.next_out = bytesOf(out);
-  stream.avail_out = static_cast<uInt>(out.size());
-  deflate(&stream, Z_FINISH);
-  out.resize(stream.total_out);
-  deflateEnd(&stream);
-  return out;
+  return kvtest::gzipMember(text, {.level = Z_BEST_COMPRESSION});
 }
 
 bool expand(const std::string& bytes, std::string* text) {

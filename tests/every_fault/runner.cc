@@ -61,17 +61,6 @@ std::string bytesOfRecord(const Bystander& bystander) {
   return bytes;
 }
 
-bool isAsBefore(const Bystander& bystander) {
-  const char* before = bystander.recordBytes.data();
-  bool same = true;
-  for (size_t i = 0; i < bystander.recordSize / sizeof(uint64_t); ++i) {
-    uint64_t word = 0;
-    memcpy(&word, before + i * sizeof word, sizeof word);
-    same &= word == wordOf(bystander.record, i);
-  }
-  return same;
-}
-
 void openBystander(Bystander* bystander) {
   w.session = bystander->session;
   const OopType path = newBytes(OOP_CLASS_STRING, bystander->file);
@@ -91,7 +80,8 @@ void openBystander(Bystander* bystander) {
 std::string checkBystander(const Bystander& bystander) {
   const Descriptor& now = w.descriptors[bystander.fd];
   const int file = fileNamed(bystander.file);
-  if (!isAsBefore(bystander)) return std::string("the record of ") + bystander.file + " changed";
+  if (bytesOfRecord(bystander) != bystander.recordBytes)
+    return std::string("the record of ") + bystander.file + " changed";
   if (!now.open || now.position != bystander.descriptor.position || now.file != file) {
     return std::string("the descriptor of ") + bystander.file + " changed";
   }

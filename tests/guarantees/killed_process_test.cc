@@ -177,7 +177,7 @@ TEST_F(KilledProcess, GzipBytesAreInTheFileOnceAFlushASyncOrACloseAnsweredIt) {
       const OopType file = openFile("out", "w", true);
       return accepts(file, "kept") && answersItself(action, file);
     });
-    EXPECT_EQ(readFile("out").size(), packed("kept").size()) << "the member is whole";
+    EXPECT_EQ(readFile("out").size(), gzipMember("kept").size()) << "the member is whole";
     EXPECT_EQ(unpackedAsFarAsPossible(readFile("out")), "kept");
   }
 }
@@ -187,7 +187,7 @@ TEST_F(KilledProcess, GzipBytesBehindTheLastFlushAreLostAndThoseBeforeItSound) {
     const OopType file = openFile("out", "w", true);
     return accepts(file, "kept") && answersItself("KvfFlush", file) && accepts(file, "lost");
   });
-  EXPECT_EQ(readFile("out").size(), packed("kept").size());
+  EXPECT_EQ(readFile("out").size(), gzipMember("kept").size());
   EXPECT_EQ(readGzip("out"), "kept");
 }
 

@@ -26,8 +26,8 @@ class Untold : public OpenFileTest {
 
 TEST_F(Untold, AGzipFileThatIsCutShortEndsLikeAWholeOne) {
   const std::string text = linesThatHardlyPack(200000);
-  writeFile("whole.gz", packed(text));
-  writeFile("cut.gz", packed(text).substr(0, packed(text).size() / 2));
+  writeFile("whole.gz", gzipMember(text));
+  writeFile("cut.gz", gzipMember(text).substr(0, gzipMember(text).size() / 2));
   std::string toldOfTheWhole;
   std::string toldOfTheCut;
   EXPECT_TRUE(readToTheEnd(openFile("whole.gz", "r", true), &toldOfTheWhole) == text);
@@ -46,7 +46,7 @@ TEST_F(Untold, WhatIsAppendedToAGzipFileThatIsCutShortCannotBeRead) {
   const std::string text = linesThatHardlyPack(100000);
   for (const std::size_t size : {std::size_t{10}, std::size_t{50000}}) {
     const std::string more = linesThatHardlyPack(size, 2);
-    writeFile("log.gz", packed(text).substr(0, packed(text).size() / 2));
+    writeFile("log.gz", gzipMember(text).substr(0, gzipMember(text).size() / 2));
     const OopType out = openFile("log.gz", "a", true);
     EXPECT_EQ(show(write(out, more)), std::to_string(more.size()));
     EXPECT_EQ(call("KvfFlush", {out}), out);
@@ -77,7 +77,7 @@ TEST_F(Untold, AFailedGzipFileOpenedAgainForWritingHasRestOfTheOldOneInIt) {
   EXPECT_GT(readFile("out.gz").size(), 0U) << "written by the close of the old handle";
   EXPECT_EQ(show(write(file, "anew")), "4");
   EXPECT_EQ(call("KvfClose", {file}), file);
-  EXPECT_GT(readFile("out.gz").size(), packed("anew").size());
+  EXPECT_GT(readFile("out.gz").size(), gzipMember("anew").size());
   EXPECT_EQ(readGzip("out.gz"), "anew") << "zlib passes over what is no member";
 }
 
@@ -92,7 +92,7 @@ TEST_F(Untold, AFailedGzipFileClosedBeforeItIsOpenedAgainHasNot) {
   EXPECT_EQ(call("KvfOpen", {file, str("out.gz"), str("w"), OOP_TRUE}), smallInt(2));
   EXPECT_EQ(show(write(file, "anew")), "4");
   EXPECT_EQ(call("KvfClose", {file}), file);
-  EXPECT_EQ(readFile("out.gz").size(), packed("anew").size());
+  EXPECT_EQ(readFile("out.gz").size(), gzipMember("anew").size());
 }
 
 // What was compressed before the close is that of the text, and what comes behind it of the buffer.
@@ -141,7 +141,7 @@ TEST_F(Untold, AFailedGzipFileTakesNoMoreAndTellsNothing) {
 }
 
 TEST_F(Untold, AFailedGzipFileTellsADirectReadWhateverErrnoHeld) {
-  writeFile("in.gz", packed(linesThatHardlyPack(200000)));
+  writeFile("in.gz", gzipMember(linesThatHardlyPack(200000)));
   const OopType file = openFile("in.gz", "r", true);
   EXPECT_EQ(readBytes(file, 64).size(), 64U);
   const RefusingDescriptor refusing("in.gz", RefusingDescriptor::Refusal::ReadsWithEISDIR);
@@ -216,7 +216,7 @@ TEST_F(Untold, AGzipFileThatWasFlushedHasNothingLeftForItsClose) {
 
 // A single huge line takes as much memory as it unpacks to.
 TEST_F(Untold, ALineOfAGzipFileMayBeAThousandTimesTheFile) {
-  writeFile("bomb.gz", packed(std::string(8000000, 'x')));
+  writeFile("bomb.gz", gzipMember(std::string(8000000, 'x')));
   EXPECT_LT(std::filesystem::file_size("bomb.gz"), 10000U);
   EXPECT_EQ(bytes(getLine(openFile("bomb.gz", "r", true))).size(), 8000000U);
 }

@@ -24,7 +24,7 @@ class DamagedGzip : public OpenFileTest {
     return lines;
   }
   static const std::string& packedText() {
-    static const std::string raw = packed(text());
+    static const std::string raw = gzipMember(text());
     return raw;
   }
 
@@ -98,7 +98,7 @@ TEST_F(DamagedGzip, DeliversEveryLineUpTo16KilobytesBeforeTheCut) {
 }
 
 TEST_F(DamagedGzip, TellsOfTheDamage) {
-  std::string raw = packed(linesThatHardlyPack(200000));
+  std::string raw = gzipMember(linesThatHardlyPack(200000));
   raw.replace(raw.size() / 2, 64, std::string(64, '\xff'));
   writeFile("damaged.gz", raw);
   const OopType file = openFile("damaged.gz", "r", true);

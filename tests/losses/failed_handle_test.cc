@@ -18,7 +18,7 @@ class FailedHandle : public OpenFileTest {
   // A gzip file of that text, read a little, whose descriptor refused a read, and is sound again.
   // The pieces divide the read buffer, so that no read asks a second time for what was refused.
   OopType failedReading(const std::string& path = "in.gz") {
-    writeFile(path, packed(text()));
+    writeFile(path, gzipMember(text()));
     const OopType file = openFile(path, "r", true);
     EXPECT_EQ(readBytes(file, 64), text().substr(0, 64));
     RefusingDescriptor refusing(path, Refusal::ReadsWithEISDIR);
@@ -178,7 +178,7 @@ TEST_F(FailedHandle, OpenedAgainWritesFromTheStart) {
 // ---- every other error is cleared, so that a file that grows can be read on ----
 
 TEST_F(FailedHandle, AFileThatWasCutShortIsReadOnWhenItHasGrown) {
-  const std::string raw = packed(text());
+  const std::string raw = gzipMember(text());
   writeFile("growing.gz", raw.substr(0, raw.size() / 2));
   const OopType file = openFile("growing.gz", "r", true);
   std::string delivered;
@@ -201,7 +201,7 @@ TEST_F(FailedHandle, AMemberThatIsAddedLaterIsReadOn) {
   const OopType file = openGzipWith("first ");
   EXPECT_EQ(readBytes(file, 100), "first ");
   EXPECT_EQ(readBytes(file, 100), "");
-  std::ofstream("data.gz", std::ios::binary | std::ios::app) << packed("second");
+  std::ofstream("data.gz", std::ios::binary | std::ios::app) << gzipMember("second");
   EXPECT_EQ(readBytes(file, 100), "second");
 }
 
@@ -215,7 +215,7 @@ TEST_F(FailedHandle, ASoundOneIsAskedAndThenCleared) {
 }
 
 TEST_F(FailedHandle, ADamagedOneIsAskedAndThenCleared) {
-  std::string raw = packed(text());
+  std::string raw = gzipMember(text());
   raw.replace(raw.size() / 2, 64, std::string(64, '\xff'));
   writeFile("damaged.gz", raw);
   const OopType file = openFile("damaged.gz", "r", true);

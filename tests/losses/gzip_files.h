@@ -3,6 +3,7 @@
 #pragma once
 
 #include "openfile/openfile_fixture.h"
+#include "support/gzip.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -33,21 +34,6 @@ inline std::string unpackedAsFarAsPossible(std::string_view raw) {
     inflateEnd(&stream);
   }
   return text;
-}
-
-// `text` as one gzip member.
-inline std::string packed(std::string_view text) {
-  std::string raw(compressBound(text.size()) + 64, '\0');
-  z_stream stream{};
-  if (deflateInit2(&stream, 6, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY) != Z_OK) return "";
-  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
-  stream.avail_in = static_cast<uInt>(text.size());
-  stream.next_out = reinterpret_cast<Bytef*>(raw.data());
-  stream.avail_out = static_cast<uInt>(raw.size());
-  deflate(&stream, Z_FINISH);
-  raw.resize(stream.total_out);
-  deflateEnd(&stream);
-  return raw;
 }
 
 // Lines of digits and letters that hardly repeat, about `size` bytes; the same for the same seed.

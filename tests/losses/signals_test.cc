@@ -243,7 +243,7 @@ TEST_F(Signals, AGzipFifoDeliversNothingWrongAndStaysFailed) {
   int failures = 0;
   for (int round = 0; round < rounds() && !HasFailure(); ++round) {
     const std::string text = linesThatHardlyPack(40000, static_cast<unsigned>(round));
-    const OtherEnd writer = OtherEnd::thatWrites("fifo", packed(text), round);
+    const OtherEnd writer = OtherEnd::thatWrites("fifo", gzipMember(text), round);
     const Interruptions signals;
     const OopType file = openFifo("r", true);
     std::string delivered;
@@ -276,7 +276,7 @@ TEST_F(Signals, AGzipFifoThatFailedIsReadAfterItWasOpenedAgain) {
     OopType file = OOP_NIL;
     bool failed = false;
     {
-      const OtherEnd writer = OtherEnd::thatWrites("fifo", packed(text), round);
+      const OtherEnd writer = OtherEnd::thatWrites("fifo", gzipMember(text), round);
       {
         const Interruptions signals;
         file = openFifo("r", true);
@@ -286,7 +286,7 @@ TEST_F(Signals, AGzipFifoThatFailedIsReadAfterItWasOpenedAgain) {
       failures += failed ? 1 : 0;
       call("KvfClose", {file});
     }
-    const OtherEnd writer = OtherEnd::thatWrites("fifo", packed(text), round);
+    const OtherEnd writer = OtherEnd::thatWrites("fifo", gzipMember(text), round);
     EXPECT_EQ(call("KvfOpen", {file, str("fifo"), str("r"), OOP_TRUE}), smallInt(2));
     std::string delivered;
     for (;;) {
@@ -436,7 +436,7 @@ TEST_F(Signals, AnOpenThatIsInterruptedSaysSoAndCanBeTriedAgain) {
   for (int round = 0; round < rounds() && !HasFailure(); ++round) {
     const bool compressed = round % 2 == 0;
     const std::string text = linesThatHardlyPack(100, static_cast<unsigned>(round));
-    const std::string sent = compressed ? packed(text) : text;
+    const std::string sent = compressed ? gzipMember(text) : text;
     fflush(nullptr);
     const pid_t late = fork();
     if (late == 0) {

@@ -1,8 +1,7 @@
 #include "model/generator.h"
 
 #include "model/actions.h"
-
-#include <zlib.h>
+#include "support/gzip.h"
 
 #include <algorithm>
 #include <iterator>
@@ -214,19 +213,8 @@ std::string Generator::decimals(int64 size) {
 
 // A gzip member, with a level of its own.
 std::string Generator::packed(const std::string& content) {
-  z_stream stream = {};
-  deflateInit2(&stream, static_cast<int>(random_.between(0, 2)), Z_DEFLATED, 15 + 16, 1,
-               Z_DEFAULT_STRATEGY);
-  std::string input = content;
-  std::string out(2 * content.size() + 300, '\0');
-  stream.next_in = reinterpret_cast<Bytef*>(input.data());
-  stream.avail_in = static_cast<uInt>(input.size());
-  stream.next_out = reinterpret_cast<Bytef*>(out.data());
-  stream.avail_out = static_cast<uInt>(out.size());
-  deflate(&stream, Z_FINISH);
-  out.resize(out.size() - stream.avail_out);
-  deflateEnd(&stream);
-  return out;
+  return kvtest::gzipMember(content,
+                            {.level = static_cast<int>(random_.between(0, 2)), .memLevel = 1});
 }
 
 // One to three members, sometimes cut, damaged, or with something behind them.
