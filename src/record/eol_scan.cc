@@ -59,8 +59,7 @@ EolScan scanForEol(const ByteType* buffer, intptr_t idx, intptr_t size, const By
   }
   while (idx < size) {
     idx = findByte(buffer, idx, size, eolBuf[0]);
-    if (idx == size) break;
-    if (eolSize > size - idx) break;
+    if (eolSize > size - idx) break;  // also where the byte is not there at all
     if (matches(buffer + idx, eolBuf, eolSize)) return {idx + eolSize, 1};
     idx += eolSize;
   }
